@@ -1,0 +1,59 @@
+// A request: first the packet as it arrives, then the decrypted text, a line each for the command and its
+// parameters.
+//
+// Built and read by one session; a const object may be read by any number of threads.
+#pragma once
+
+#include <netinet/in.h>
+
+#include <vector>
+
+#include "core/zostring.h"
+#include "protocol/cipher.h"
+
+// Above this a declared packet length is taken for noise: nothing that a server sends comes near it.
+inline constexpr long long kMaxPacket = 16LL * 1024 * 1024;
+
+class BVRequest {
+ public:
+  BVRequest() = default;
+  BVRequest(const String& text);
+  BVRequest(const BVRequest&) = default;
+  BVRequest& operator=(const BVRequest&) = default;
+  ~BVRequest();  // wipes: a request may carry a password
+
+  BVRequest& operator=(const String& text);
+  BVRequest& operator=(const char* text);
+
+  void AddData(const char* bytes, int n) { text.AddData(bytes, n); }
+  const String& Text() const { return text; }
+  int Length() const { return text.Length(); }
+
+  // True when the bytes so far hold a whole packet.  A length that no packet can have is never whole.
+  bool WholePacket() const;
+  // Checks the frame and the proof, then puts the decrypted text in the packet's place.  Returns 1, or 0 for
+  // anything else than one whole packet under this password; the session key is empty then.  `client` only tags
+  // the diagnostic lines.
+  int ParseInitRequest(const String& password, in_addr client);
+  int ParseInitRequest(const TPasswordKeys& keys, in_addr client);
+
+  String GetSessionKey() const { return sessionKey; }
+  // The session key made ready for use; null until parsed.
+  TCipherKeyPtr SessionCipher() const { return cipher; }
+  // The same session key over another text: the parameters behind the command line.
+  BVRequest WithText(const String& newText) const;
+
+  int GetParamsCount() const;  // line feeds in the text
+  // Line i (1-based) without its line feed; empty beyond the end.  Costs the same for every i.
+  String GetParam(int i, int trim) const;
+  // Value of the first line "name=value" that ends in a line feed, both sides trimmed; empty when there is none.
+  String GetNamedParam(const char* name) const;
+
+ private:
+  void IndexLines() const;
+
+  String text;
+  String sessionKey;
+  TCipherKeyPtr cipher;
+  mutable std::vector<int> lineStarts;  // filled on the first GetParam; empty until then
+};
