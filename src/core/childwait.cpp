@@ -1,0 +1,90 @@
+#include "core/childwait.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "core/mutex.h"
+
+namespace {
+
+constexpr int kLongestStepMs = 50;
+constexpr long long kLongestPollMs = 60 * 1000;
+
+TMutex leftmutex;  // held for the list and calls that do not block
+std::vector<pid_t> left GUARDED_BY(leftmutex);
+
+int OpenPidfd(pid_t pid) {
+#ifdef SYS_pidfd_open
+  return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));  // close-on-exec by itself
+#else
+  (void)pid;
+  return -1;
+#endif
+}
+
+// True when the child has ended, or is nobody's any more.
+bool TakeEnd(pid_t pid, int& status) {
+  pid_t taken;
+  do {
+    taken = waitpid(pid, &status, WNOHANG);
+  } while (taken < 0 && errno == EINTR);
+  if (taken < 0) status = SIGKILL;  // the kernel was told to drop our children's ends; how it ended stays unknown
+  return taken != 0;
+}
+
+}  // namespace
+
+long long MonotonicMs() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * 1000LL + now.tv_nsec / 1000000;
+}
+
+TChildWatch::TChildWatch(pid_t child) : pid(child), pidfd(OpenPidfd(child)) {}
+
+bool TChildWatch::Reap() {
+  if (!ended) ended = TakeEnd(pid, status);
+  return ended;
+}
+
+bool TChildWatch::WaitEnd(long long ms) {
+  const long long start = MonotonicMs();
+  while (!Reap()) {
+    long long remaining = kLongestPollMs;
+    if (ms >= 0) remaining = std::min(remaining, start + ms - MonotonicMs());
+    if (remaining <= 0) return false;
+    Pause(remaining);
+  }
+  return true;
+}
+
+void TChildWatch::Pause(long long ms) {
+  if (pidfd.IsOpen()) {
+    pollfd end = {pidfd.Get(), POLLIN, 0};
+    if (poll(&end, 1, static_cast<int>(ms)) >= 0 || errno == EINTR) return;
+  }
+  const long long step = std::min<long long>(ms, stepMs);
+  stepMs = std::min(2 * stepMs, kLongestStepMs);
+  const timespec pause = {0, static_cast<long>(step * 1000 * 1000)};
+  nanosleep(&pause, nullptr);  // a signal makes the look come sooner
+}
+
+void LeaveChild(pid_t pid) {
+  TLock lock(leftmutex);
+  left.push_back(pid);
+}
+
+void ReapLeftChildren() {
+  TLock lock(leftmutex);
+  int status = 0;
+  left.erase(std::remove_if(left.begin(), left.end(), [&status](pid_t pid) { return TakeEnd(pid, status); }),
+             left.end());
+}
