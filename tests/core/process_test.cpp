@@ -1,0 +1,142 @@
+#include "core/process.h"
+
+#include <signal.h>
+
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <regex>
+#include <vector>
+
+#include "core/childwait.h"
+#include "core/cmdline_split.h"
+#include "tests/core/own_temp_folder.h"
+
+namespace {
+
+using TWords = std::vector<std::string>;
+
+TWords Split(const std::string& line) {
+  TArguments arguments;
+  SplitCommandLine(line.c_str(), arguments);
+  return TWords(arguments.argv, arguments.argv + arguments.count);
+}
+
+TWords SlowSplit(const std::string& line) {
+  static const std::regex kWord(R"re( *(?:'([^']*)'?|"([^"]*)"?|([^ ][^ \t]*)))re");
+  TWords words;
+  size_t room = 1024;
+  for (std::sregex_iterator word(line.begin(), line.end(), kWord), end; word != end && words.size() < 23; ++word) {
+    words.push_back((*word)[1].str() + (*word)[2].str() + (*word)[3].str());
+    if (words.back().size() + 1 > room) return TWords(words.begin(), words.end() - 1);
+    room -= words.back().size() + 1;
+  }
+  return words;
+}
+
+TEST(SplitCommandLine, GroupsByQuotesAndStopsAtItsBounds) {
+  const std::pair<std::string, TWords> rows[] = {
+      {"a 'b c' d", {"a", "b c", "d"}},
+      {" a\t\tb ", {"a", "\t", "\tb"}},  // a tab stays with what follows
+      {"'a\"b'c\"d '' 'rest of", {"a\"b", "c\"d", "", "rest of"}},
+      {std::string(1023, 'x'), {std::string(1023, 'x')}},
+      {std::string(1024, 'x') + " y", {}},
+  };
+  for (const auto& row : rows) EXPECT_EQ(row.second, Split(row.first)) << row.first;
+}
+
+TEST(SplitCommandLine, AgreesWithASlowSplitter) {
+  std::mt19937 random(7);
+  for (int round = 0; round < 5000; round++) {
+    std::string line;
+    for (auto parts = random() % 60; parts > 0; parts--) {
+      line.append(random() % 16 == 0 ? random() % 300 : 1, "ab  \t'\""[random() % 7]);
+    }
+    ASSERT_EQ(SlowSplit(line), Split(line)) << line;
+  }
+}
+
+class Process : public OwnTempFolder {
+ protected:
+  std::string Run(const std::string& command, int timeout = 0) {
+    String error;
+    const std::string file = In("out");
+    int code = -1;
+    const int done =
+        SystemEx2(command.c_str(), "/", file.c_str(), file.c_str(), file.c_str(), timeout, code, error);
+    std::ifstream stream(file);
+    output.assign(std::istreambuf_iterator<char>(stream), {});
+    unlink(file.c_str());
+    return done ? std::to_string(code) : error.CStr();
+  }
+
+  std::string output;
+};
+
+TEST_F(Process, AnswersHowAChildEnded) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"sh -c 'exit 3'", "3"},
+      {"sh -c 'exit 255'", "255"},  // no note, so its own
+      {"sh -c 'kill -TERM $$'", "abnormal termination"},
+      {"no-such-program", "exec error: No such file or directory"},
+      {"/etc", "exec error: Permission denied"},
+      {"", "exec error: No such file or directory"},
+      {"sh -c 'echo told > $TMPDIR/tmpStav-$$.txt; exit 255'", "told"},
+  };
+  for (const auto& row : rows) EXPECT_EQ(row.second, Run(row.first)) << row.first;
+
+  const char* othersNote = "sh -c 'f=$TMPDIR/tmpStav-$$.txt; >$f; chown 65534 $f; exit 255'";
+  EXPECT_TRUE(geteuid() != 0 || Run(othersNote) == "255");
+  (void)!system(("rm -f " + In("tmpStav*")).c_str());
+  SetTempDirectory(".");  // the child leaves this folder before it writes its note
+  EXPECT_EQ("exec error: No such file or directory", Run("/nowhere/at/all"));
+}
+
+TEST_F(Process, LooksAtTheTimeoutOnceASecond) {
+  const std::tuple<int, const char*, const char*, int, int> rows[] = {
+      {0, "sleep 0.2", "0", 200, 900},  // the end is noticed at once
+      {999, "sleep 30", "abnormal termination", 1000, 1900},
+      {1000, "sleep 30", "abnormal termination", 2000, 2900},
+      {-1000, "sleep 30", "abnormal termination", 0, 900},
+      {-1, "sh -c 'exit 4'", "4", 0, 900},
+      {-1, "sh -c 'kill -9 $$'", "0", 0, 900},
+      {-1, "/nowhere", "exec error", 0, 900},
+      {-1, "sleep 1.5", "0", 1000, 1400},
+  };
+  for (const auto& [timeout, command, answer, atLeastMs, atMostMs] : rows) {
+    const long long start = MonotonicMs();
+    EXPECT_EQ(answer, Run(command, timeout)) << command << " " << timeout;
+    const long long tookMs = MonotonicMs() - start;
+    EXPECT_TRUE(atLeastMs <= tookMs && tookMs <= atMostMs) << command << " " << timeout << " " << tookMs;
+  }
+  siginfo_t info;
+  for (int wait = 0; wait < 500 && waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0; wait++) {
+    ReapChildren();
+    usleep(10000);
+  }
+  EXPECT_EQ(7, WEXITSTATUS(RunShell("exit 7")));
+}
+
+TEST_F(Process, KillsTheWholeGroup) {
+  EXPECT_EQ("abnormal termination", Run("sh -c 'sleep 30 & echo $!; wait'", 1));
+  const std::string state = "/proc/" + output.substr(0, output.find('\n')) + "/cmdline";
+  EXPECT_EQ("0",
+            Run("sh -c 'for n in 1 2 3 4 5 6 7 8 9; do [ -s " + state + " ] || exit 0; sleep 0.2; done; exit 1'"));
+}
+
+TEST_F(Process, GivesAChildItsStreamsAndNothingElseOfOurs) {
+  ASSERT_EQ(0, symlink(In("victim").c_str(), In("out").c_str()));
+  const int open = dup(1);
+  sigset_t all, before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, &before);
+  const auto pipeAction = signal(SIGPIPE, SIG_IGN);
+  EXPECT_EQ("0", Run("sh -c 'for n in 0 1 2 3 4 5 6 7 8 9; do [ ! -e /proc/$$/fd/$n ] || echo $n; done;"
+                     " echo $TMPDIR >&2; pwd; grep -cE \"Sig(Ign|Blk).*[1-9a-f]\" /proc/self/status; true'"));
+  signal(SIGPIPE, pipeAction);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  close(open);
+  EXPECT_EQ(std::string("1\n2\n") + folder + "\n/\n0\n", output);
+}
+
+}  // namespace
