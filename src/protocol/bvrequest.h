@@ -1,7 +1,7 @@
 // A request: first the packet as it arrives, then the decrypted text, a line each for the command and its
 // parameters.
 //
-// Built and read by one session; a const object may be read by any number of threads.
+// Built by one session; a const object may be read by any number of threads.
 #pragma once
 
 #include <netinet/in.h>
@@ -10,22 +10,21 @@
 
 #include "core/zostring.h"
 #include "protocol/cipher.h"
-
-// Above this a declared packet length is taken for noise: nothing that a server sends comes near it.
-inline constexpr long long kMaxPacket = 16LL * 1024 * 1024;
+#include "protocol/packethead.h"
 
 class BVRequest {
  public:
   BVRequest() = default;
-  BVRequest(const String& text);
+  BVRequest(const String& newText);
+  BVRequest(String&& newText);
   BVRequest(const BVRequest&) = default;
   BVRequest& operator=(const BVRequest&) = default;
   ~BVRequest();  // wipes: a request may carry a password
 
-  BVRequest& operator=(const String& text);
-  BVRequest& operator=(const char* text);
+  BVRequest& operator=(const String& newText);
+  BVRequest& operator=(const char* newText);
 
-  void AddData(const char* bytes, int n) { text.AddData(bytes, n); }
+  void AddData(const char* bytes, int n);
   const String& Text() const { return text; }
   int Length() const { return text.Length(); }
 
@@ -44,16 +43,18 @@ class BVRequest {
   BVRequest WithText(const String& newText) const;
 
   int GetParamsCount() const;  // line feeds in the text
-  // Line i (1-based) without its line feed; empty beyond the end.  Costs the same for every i.
+  // Line i (1-based; less counts as 1) without its line feed; empty beyond the end.  Costs the same for every i of
+  // a text that was assigned or parsed; bytes added since are searched from the start.
   String GetParam(int i, int trim) const;
   // Value of the first line "name=value" that ends in a line feed, both sides trimmed; empty when there is none.
   String GetNamedParam(const char* name) const;
 
  private:
-  void IndexLines() const;
+  TPacketHead Head() const;
+  void IndexLines();
 
   String text;
   String sessionKey;
   TCipherKeyPtr cipher;
-  mutable std::vector<int> lineStarts;  // filled on the first GetParam; empty until then
+  std::vector<int> lineStarts;  // where every kLineStride-th line begins, from 0
 };

@@ -17,7 +17,8 @@ class TCipherKey {
   TCipherKey(const TCipherKey&) = delete;
   TCipherKey& operator=(const TCipherKey&) = delete;
 
-  // Same length as the input; `out` may be `in`.  Decrypting under a wrong key gives wrong bytes, never an error.
+  // Same length as the input; `out` may be `in`, or begin before it.  Decrypting under a wrong key gives wrong
+  // bytes, never an error.
   void Encrypt(const char* in, char* out, int n) const;
   void Decrypt(const char* in, char* out, int n) const;
 

@@ -1,0 +1,65 @@
+#include "protocol/cipher.h"
+
+#include <string.h>
+
+#include "protocol/bytes.h"
+#include "protocol/ciplib.h"
+#include "protocol/tav_const.h"
+
+namespace {
+
+// The feedback register as two numbers, byte 0 the least significant of `low`; a ciphertext byte enters behind the
+// last.
+struct TRegister {
+  explicit TRegister(const unsigned char start[16])
+      : low(LoadLittle32(start) | static_cast<uint64_t>(LoadLittle32(start + 4)) << 32),
+        high(LoadLittle32(start + 8) | static_cast<uint64_t>(LoadLittle32(start + 12)) << 32) {}
+
+  void Push(unsigned char b) {
+    low = low >> 8 | high << 56;
+    high = high >> 8 | static_cast<uint64_t>(b) << 56;
+  }
+
+  uint64_t low, high;
+};
+
+}  // namespace
+
+TCipherKey::TCipherKey(const String& keyText) {
+  THash_SHA hash;
+  const char* digest = hash.GetHash(keyText.Length() > 0 ? keyText.Data() : "", keyText.Length());
+  Twofish_prepare_key(reinterpret_cast<const unsigned char*>(digest), hash.GetHashSize(), &schedule);
+  memset(start, 0xFF, sizeof start);
+  Twofish_encrypt(&schedule, start, start);
+}
+
+TCipherKey::~TCipherKey() {
+  explicit_bzero(&schedule, sizeof schedule);
+  explicit_bzero(start, sizeof start);
+}
+
+void TCipherKey::Encrypt(const char* in, char* out, int n) const {
+  TRegister feedback(start);
+  for (int i = 0; i < n; i++) {
+    const unsigned char keystream = Twofish_encrypt_first(&schedule, feedback.low, feedback.high);
+    const unsigned char coded = static_cast<unsigned char>(in[i]) ^ keystream;
+    out[i] = static_cast<char>(coded);
+    feedback.Push(coded);
+  }
+}
+
+void TCipherKey::Decrypt(const char* in, char* out, int n) const {
+  TRegister feedback(start);
+  for (int i = 0; i < n; i++) {
+    const unsigned char keystream = Twofish_encrypt_first(&schedule, feedback.low, feedback.high);
+    const unsigned char coded = static_cast<unsigned char>(in[i]);
+    out[i] = static_cast<char>(coded ^ keystream);
+    feedback.Push(coded);
+  }
+}
+
+TPasswordKeys::TPasswordKeys(const String& password) : proof(EncodePswd(password)), cipher(password) {}
+
+TPasswordKeys::~TPasswordKeys() {
+  proof.Wipe();
+}

@@ -1,0 +1,155 @@
+#include "protocol/ciplib.h"
+
+#include <string.h>
+
+#include <algorithm>
+
+#include "core/assertion.h"
+#include "protocol/bytes.h"
+
+namespace {
+
+constexpr uint32_t kPolynomial = 0xEDB88320;
+constexpr int kSlices = 16;
+
+// slice[k][b] is what byte b becomes once k zero bytes have followed it; so sixteen bytes are looked up side by
+// side and summed, where the plain method waits for each before the next.
+struct TSlices {
+  uint32_t slice[kSlices][256] = {};
+  constexpr TSlices() {
+    for (uint32_t b = 0; b < 256; b++) {
+      uint32_t crc = b;
+      for (int i = 0; i < 8; i++) crc = (crc & 1) != 0 ? crc >> 1 ^ kPolynomial : crc >> 1;
+      slice[0][b] = crc;
+    }
+    for (int k = 1; k < kSlices; k++) {
+      for (int b = 0; b < 256; b++) slice[k][b] = slice[0][slice[k - 1][b] & 0xFF] ^ slice[k - 1][b] >> 8;
+    }
+  }
+};
+constexpr TSlices kTable;
+
+// Four bytes, of which the last is followed by `behind` more in the same step.
+inline uint32_t FourBytes(uint32_t word, int behind) {
+  return kTable.slice[behind + 3][SelectByte(word, 0)] ^ kTable.slice[behind + 2][SelectByte(word, 1)] ^
+         kTable.slice[behind + 1][SelectByte(word, 2)] ^ kTable.slice[behind][SelectByte(word, 3)];
+}
+
+inline uint32_t OneByte(uint32_t crc, unsigned char b) {
+  return kTable.slice[0][(crc ^ b) & 0xFF] ^ crc >> 8;
+}
+
+}  // namespace
+
+void TCRC32::UpdateCRC(unsigned char b) {
+  crc = OneByte(crc, b);
+}
+
+void TCRC32::UpdateCRC(const char* data, int n) {
+  if (data == nullptr) return;
+
+  const unsigned char* p = reinterpret_cast<const unsigned char*>(data);
+  size_t left = n == -1 ? strlen(data) : static_cast<size_t>(std::max(n, 0));
+  uint32_t sum = crc;
+  for (; left >= kSlices; left -= kSlices, p += kSlices) {
+    sum = FourBytes(LoadLittle32(p) ^ sum, 12) ^ FourBytes(LoadLittle32(p + 4), 8) ^
+          FourBytes(LoadLittle32(p + 8), 4) ^ FourBytes(LoadLittle32(p + 12), 0);
+  }
+  for (; left > 0; left--, p++) sum = OneByte(sum, *p);
+  crc = sum;
+}
+
+unsigned int TCRC32::GetBlockCRC(const char* data, int n) {
+  InitCRC();
+  UpdateCRC(data, n);
+  return GetCRC();
+}
+
+unsigned int THash_SHA::REVERSE32(unsigned int x) {
+  return SwapBytes(x);
+}
+
+void THash_SHA::Init() {
+  static constexpr uint32_t kStart[5] = {0x67452301, 0xEFCDAB89, 0x98BADCFE, 0x10325476, 0xC3D2E1F0};
+  Burn();
+  memcpy(words, kStart, sizeof words);
+  fInitialized = true;
+}
+
+void THash_SHA::Burn() {
+  bits = 0;
+  index = 0;
+  explicit_bzero(words, sizeof words);
+  explicit_bzero(buffer, sizeof buffer);
+}
+
+void THash_SHA::Update(const char* data, long n) {
+  if (!fInitialized) Init();
+  while (n > 0) {
+    const int part = static_cast<int>(std::min<long>(n, kBlockSize - index));
+    memcpy(buffer + index, data, static_cast<size_t>(part));
+    bits += 8 * static_cast<uint64_t>(part);
+    index += part;
+    data += part;
+    n -= part;
+    if (index == kBlockSize) Compress();
+  }
+}
+
+void THash_SHA::Final() {
+  if (!fInitialized) AssertionFailure("fInitialized", "ciplib", 213, "void THash_SHA::Final()");
+
+  buffer[index++] = 0x80;  // behind it the buffer is zero
+  if (index > kBlockSize - 8) Compress();
+  StoreBig32(static_cast<uint32_t>(bits >> 32), buffer + kBlockSize - 8);
+  StoreBig32(static_cast<uint32_t>(bits), buffer + kBlockSize - 4);
+  Compress();
+  for (uint32_t& word : words) StoreBig32(word, &word);
+  fInitialized = false;
+}
+
+const char* THash_SHA::GetHash(const char* data, long n) {
+  if (data != nullptr) {
+    Init();
+    Update(data, n);
+    Final();
+  }
+  if (fInitialized) {
+    AssertionFailure("!fInitialized", "ciplib", 246, "const char* THash_SHA::GetHash(const char*, long int)");
+  }
+  return reinterpret_cast<const char*>(words);
+}
+
+void THash_SHA::Compress() {
+  uint32_t w[80];
+  for (int i = 0; i < 16; i++) w[i] = LoadBig32(buffer + 4 * i);
+  for (int i = 16; i < 80; i++) w[i] = RotateLeft(w[i - 3] ^ w[i - 8] ^ w[i - 14] ^ w[i - 16], 1);
+
+  uint32_t a = words[0], b = words[1], c = words[2], d = words[3], e = words[4];
+  for (int i = 0; i < 80; i++) {
+    uint32_t mixed;
+    if (i < 20)
+      mixed = ((b & c) | (~b & d)) + 0x5A827999;
+    else if (i < 40)
+      mixed = (b ^ c ^ d) + 0x6ED9EBA1;
+    else if (i < 60)
+      mixed = ((b & c) | (b & d) | (c & d)) + 0x8F1BBCDC;
+    else
+      mixed = (b ^ c ^ d) + 0xCA62C1D6;
+    const uint32_t next = RotateLeft(a, 5) + mixed + e + w[i];
+    e = d;
+    d = c;
+    c = RotateLeft(b, 30);
+    b = a;
+    a = next;
+  }
+  words[0] += a;
+  words[1] += b;
+  words[2] += c;
+  words[3] += d;
+  words[4] += e;
+
+  index = 0;
+  explicit_bzero(w, sizeof w);
+  explicit_bzero(buffer, sizeof buffer);
+}
