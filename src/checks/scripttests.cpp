@@ -1,0 +1,319 @@
+#include "checks/scripttests.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "config/settings.h"
+#include "core/closers.h"
+#include "core/paths.h"
+#include "core/process.h"
+#include "core/tempfile.h"
+#include "protocol/results.h"
+#include "protocol/tav_const.h"
+
+namespace {
+
+constexpr int kPathSize = 512;
+constexpr int kFixedNameSize = 36;
+constexpr int kLineSize = 512;
+constexpr int kNumberSize = 4096;  // more digits than any number that means something
+constexpr int kMaxListSize = 16 * 1024 * 1024;
+constexpr int kCpuTimeoutMs = 8000;
+constexpr mode_t kScriptMode = 0775;
+constexpr const char* kResultMark = "scriptres:";
+
+// What the result file of a shell line holds before.  It is still there when the shell never got to the
+// redirection: a name with an open quote or a '#' in it can do that.
+constexpr char kUntouched[] = "not opened by the shell\n";
+constexpr int kUntouchedSize = sizeof(kUntouched) - 1;
+
+// The name of a temporary file, which is gone when this goes away.
+struct TTempFile {
+  char path[kPathSize] = "";
+
+  TTempFile() = default;
+  TTempFile(const TTempFile&) = delete;
+  TTempFile& operator=(const TTempFile&) = delete;
+  ~TTempFile() {
+    if (path[0] != '\0') (void)unlink(path);  // may never have been made
+  }
+
+  int TakeUniqueName() { return gettempfilename(path, sizeof(path), nullptr); }
+  // `format` has one "%ld", for the thread's number.
+  int TakeThreadName(const char* format) {
+    char name[kFixedNameSize];
+    snprintf(name, sizeof(name), format, static_cast<long>(GetUniqueThreadID()));
+    return gettempfilename(path, sizeof(path), name);
+  }
+};
+
+void PauseUs(int us) {
+  if (us <= 0) return;
+  timespec left = {us / 1000000, us % 1000000 * 1000L};
+  while (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) continue;
+}
+
+bool WriteAll(int fd, const char* bytes, int n) {
+  while (n > 0) {
+    const ssize_t written = write(fd, bytes, static_cast<size_t>(n));
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    bytes += written;
+    n -= static_cast<int>(written);
+  }
+  return true;
+}
+
+// Null when there are no results, or not ours.
+TFile OpenResults(const char* path) {
+  TFd fd = OpenPrivateFile(path);
+  TFile file(fd.IsOpen() ? fdopen(fd.Get(), "r") : nullptr);
+  if (file != nullptr) (void)fd.Release();  // the stream's from here on
+  return file;
+}
+
+// Reads one number with a scanf format, in bounded memory whatever the output is.
+template <typename T>
+bool ReadNumber(FILE* file, const char* format, T* value) {
+  int c;
+  do {
+    c = getc(file);
+  } while (c == ' ' || (c >= '\t' && c <= '\r'));
+  if (c == EOF) return false;
+
+  String text(kNumberSize);
+  text.AddChar(static_cast<char>(c));
+  while (text.Length() < kNumberSize - 1 && (c = getc(file)) != EOF) text.AddChar(static_cast<char>(c));
+  return sscanf(text.CStr(), format, value) == 1;
+}
+
+// --- helper scripts through the shell ---
+
+// In single quotes, where the shell takes everything but the quote itself as it stands.
+String Quoted(const char* path) {
+  String quoted = "'";
+  for (; *path != '\0'; path++) {
+    if (*path == '\'') {
+      quoted += "'\\''";
+    } else {
+      quoted += *path;
+    }
+  }
+  return quoted += '\'';
+}
+
+// The first redirection empties the file, the others append to it, so that no stream overwrites another.
+String Redirections(const char* path) {
+  const String file = Quoted(path);
+  return String(" 1>") + file + " 1>>" + file + " 2>>" + file + " 3>>" + file;
+}
+
+bool LeftUntouched(FILE* file) {
+  char head[kUntouchedSize];
+  struct stat status;
+  if (fstat(fileno(file), &status) != 0 || status.st_size != kUntouchedSize) return false;
+  return pread(fileno(file), head, sizeof(head), 0) == kUntouchedSize &&
+         memcmp(head, kUntouched, sizeof(head)) == 0;
+}
+
+// Runs `command` with its output in `output` and opens that.  Null when it failed; the reply says why.
+TFile RunHelper(const String& command, const TTempFile& output, TAVReply& reply) {
+  TFile results;
+  const TFd made = CreatePrivateFile(output.path, S_IRUSR | S_IWUSR, O_WRONLY);
+  if (made.IsOpen()) {
+    (void)WriteAll(made.Get(), kUntouched, kUntouchedSize);  // a full disk: the file counts as touched
+    String line = command + Redirections(output.path);
+    if (RunShell(line.CStr()) == -1) {
+      Answer(reply, kNotExamined, "Cannot execute script");
+      return results;
+    }
+    results = OpenResults(output.path);
+  }
+  if (results == nullptr || LeftUntouched(results.get())) {
+    Answer(reply, kNotExamined, "Cannot get script results");
+    return nullptr;
+  }
+  return results;
+}
+
+// --- scripts of the server ---
+
+// Until its exec, the child that another thread forks has a copy of our descriptors; while one of them can write to
+// the script, nobody can execute it ("text file busy").  The kernel grants a read lease once there is none.
+void WaitUntilNobodyWrites(const char* path) {
+  const TFd script(open(path, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  if (!script.IsOpen()) return;
+
+  (void)fcntl(script.Get(), F_SETSIG, SIGURG);  // ignored by default, for the moment the lease is held
+  for (int attempt = 0; attempt < 200; attempt++) {
+    if (fcntl(script.Get(), F_SETLEASE, F_RDLCK) == 0 || errno != EAGAIN) break;
+    PauseUs(5000);
+  }
+  (void)fcntl(script.Get(), F_SETLEASE, F_UNLCK);
+}
+
+// Null when the script is there and can be run; else what the reply is to say.
+const char* MakeScript(const char* path, const String& text) {
+  const TFd script = CreatePrivateFile(path, S_IRUSR | S_IWUSR, O_WRONLY);
+  if (!script.IsOpen()) return "Cannot create temp file";
+  if (!WriteAll(script.Get(), text.Data(), text.Length())) return "cannot create temp file";
+  if (fchmod(script.Get(), kScriptMode) != 0) return "Cannot set exec flag for script";
+  return nullptr;
+}
+
+int SecondsToMs(int seconds) {
+  return static_cast<int>(
+      std::clamp(seconds * 1000LL, static_cast<long long>(INT_MIN), static_cast<long long>(INT_MAX)));
+}
+
+bool IsResultLine(const String& line) {
+  return line.Search(kResultMark, 0, 0) == 1;
+}
+
+void ReadScriptOutput(FILE* file, int wanted, String& result, String& output) {
+  while (!feof(file) && !ferror(file)) {
+    char buf[kLineSize] = "";
+    if (fgets(buf, sizeof(buf), file) == nullptr) continue;
+    String line(buf);
+    line.Trim();
+    if (line.Length() == 0) continue;
+
+    if (wanted > 0) {
+      (output += line) += "\r\n";
+      wanted = output.Length() < kMaxListSize ? wanted - 1 : 0;
+    }
+    if (!IsResultLine(result)) result = line;
+    if (wanted <= 0 && IsResultLine(result)) break;
+  }
+}
+
+}  // namespace
+
+void ProcessTest_Process(const BVRequest& request, TAVReply& reply) {
+  const TSettingsPtr settings = SettingsInForce();
+  if (!settings->process) return Answer(reply, kSwitchedOff, "test is not allowed");
+
+  String script = settings->proccntscript;
+  if (script.Length() == 0) return Answer(reply, kNotExamined, "ProcCnt script is not speified");
+  if (!FileExists(script.CStr())) return Answer(reply, kNotExamined, "ProcCnt script doesn't exist");
+  const String name = request.GetParam(2, 1);
+  if (name.Length() == 0) return Answer(reply, kWrongParameter, "Name of the process is not specified");
+
+  TTempFile output;
+  if (!output.TakeThreadName("tmpPtav-%ld.txt")) return Answer(reply, kNotExamined, "cannot get temp file");
+  const TFile results = RunHelper(script + ' ' + name, output, reply);
+  if (results == nullptr) return;
+
+  int count = 0;
+  if (!ReadNumber(results.get(), "%d", &count)) return Answer(reply, kNotExamined, "Script error");
+  reply.SetResult(kDone);
+  reply.AddIntParam(count);
+}
+
+void ProcessTest_CPU(const BVRequest&, TAVReply& reply) {
+  const TSettingsPtr settings = SettingsInForce();
+  if (!settings->cpuusage) return Answer(reply, kSwitchedOff, "test is not allowed");
+
+  String script = settings->cpuusagescript;
+  if (script.Length() == 0) return Answer(reply, kNotExamined, "CPUUsage script is not speified");
+  if (!FileExists(script.CStr())) return Answer(reply, kNotExamined, "CPUUsage script doesn't exist");
+  TTempFile output;
+  if (!output.TakeThreadName("tmpCtav-%ld.txt")) return Answer(reply, kNotExamined, "cannot get temp file");
+
+  PauseUs(settings->delayforscripts);
+  int exitcode = 0;  // of no interest
+  String error;
+  if (!SystemEx2(script.CStr(), nullptr, output.path, output.path, output.path, kCpuTimeoutMs, exitcode, error)) {
+    return Answer(reply, kNotExamined, "Cannot execute script");
+  }
+  const TFile results = OpenResults(output.path);
+  if (results == nullptr) return Answer(reply, kNotExamined, "Cannot get script results");
+
+  float load = 0;
+  if (!ReadNumber(results.get(), "%f", &load)) return Answer(reply, kNotExamined, "Script error");
+  reply.SetResult(kDone);
+  reply.AddRealParam(static_cast<double>(load));
+}
+
+void ProcessTest_External(const BVRequest& request, TAVReply& reply) {
+  if (!SettingsInForce()->external) return Answer(reply, kSwitchedOff, "test is not allowed");
+
+  String cmdline = request.GetParam(1, 1), error;
+  int timeoutMs = 0, exitcode = 0;
+  if (!tavDecodeInt(request.GetParam(4, 1), &timeoutMs)) return Answer(reply, kWrongParameter, "Wrong parameter");
+  if (cmdline.Length() == 0) {
+    reply.SetResult(kWrongParameter);  // without a text, unlike the action of the same kind
+    return;
+  }
+  if (!SystemEx(cmdline.CStr(), nullptr, timeoutMs, exitcode, error)) return Answer(reply, kNotExamined, error);
+
+  reply.SetResult(kDone);
+  reply.AddIntParam(exitcode);
+}
+
+void ProcessInfo_ProcessesList(const BVRequest&, TAVReply& reply) {
+  const TSettingsPtr settings = SettingsInForce();
+  if (!settings->process) return Answer(reply, kSwitchedOff, "test is not allowed");
+
+  String script = settings->proclistscript;
+  if (script.Length() == 0) return Answer(reply, kNotExamined, "ProcList script is not speified");
+  if (!FileExists(script.CStr())) return Answer(reply, kNotExamined, "ProcList script doesn't exist");
+  TTempFile output;
+  if (!output.TakeThreadName("tmpPtav-%ld.txt")) return Answer(reply, kNotExamined, "cannot get temp file");
+  const TFile results = RunHelper(script, output, reply);
+  if (results == nullptr) return;
+
+  String list;
+  char line[kLineSize] = "";
+  while (!feof(results.get()) && list.Length() < kMaxListSize) {
+    // At the end of the file the line before is still in the buffer and is taken once more: servers expect it.
+    (void)!fgets(line, sizeof(line), results.get());
+    if (ferror(results.get())) break;
+    const size_t length = strlen(line);
+    if (length > 0 && line[length - 1] == '\n') line[length - 1] = '\0';
+    if (line[0] != '\0') (list += line) += "\r\n";
+  }
+  reply.SetResult(kDone);
+  reply.AddStringParam(list, 1);
+}
+
+void ProcessTest_ShellScript(const BVRequest& request, TAVReply& reply) {
+  const TSettingsPtr settings = SettingsInForce();
+  if (!settings->shellscript) return Answer(reply, kSwitchedOff, "test is not allowed");
+
+  TTempFile script, output;
+  if (!script.TakeUniqueName()) return Answer(reply, kNotExamined, "Cannot get temp file");
+  const String text = tavDecodeStrings(request.GetParam(2, 1)).ReplaceAll("\r\n", "\n", 1);
+  const char* refusal = MakeScript(script.path, text);
+  if (refusal != nullptr) return Answer(reply, kNotExamined, refusal);
+  (void)output.TakeUniqueName();  // without a name there are no results, which is said below
+
+  String params = tavDecodeStrings(request.GetParam(3, 1)), error;
+  String cmdline = request.GetParam(1, 1).ReplaceAll("%script%", script.path, 0);
+  cmdline = cmdline.ReplaceAll("%params%", params.CStr(), 0);
+  PauseUs(settings->delayforscripts);
+  WaitUntilNobodyWrites(script.path);
+
+  const int timeoutMs = SecondsToMs(tavDecodeInt(request.GetParam(4, 1)));
+  int exitcode = 0;  // of no interest
+  if (!SystemEx2(cmdline.CStr(), nullptr, output.path, output.path, output.path, timeoutMs, exitcode, error)) {
+    return Answer(reply, kNotExamined, String("Script execution error: ") + error);
+  }
+  const TFile results = OpenResults(output.path);
+  if (results == nullptr) return Answer(reply, kNotExamined, "Cannot get script results");
+
+  String result, lines;
+  ReadScriptOutput(results.get(), tavDecodeInt(request.GetParam(5, 1)), result, lines);
+  reply.SetResult(kDone);
+  reply.AddStringParam(result, 1);
+  reply.AddStringParam(lines, 1);
+}
