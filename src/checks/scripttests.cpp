@@ -15,6 +15,7 @@
 #include "config/settings.h"
 #include "core/closers.h"
 #include "core/paths.h"
+#include "core/clock.h"
 #include "core/process.h"
 #include "core/tempfile.h"
 #include "protocol/results.h"
@@ -55,12 +56,6 @@ struct TTempFile {
     return gettempfilename(path, sizeof(path), name);
   }
 };
-
-void PauseUs(int us) {
-  if (us <= 0) return;
-  timespec left = {us / 1000000, us % 1000000 * 1000L};
-  while (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) continue;
-}
 
 bool WriteAll(int fd, const char* bytes, int n) {
   while (n > 0) {
@@ -156,7 +151,7 @@ void WaitUntilNobodyWrites(const char* path) {
   (void)fcntl(script.Get(), F_SETSIG, SIGURG);  // ignored by default, for the moment the lease is held
   for (int attempt = 0; attempt < 200; attempt++) {
     if (fcntl(script.Get(), F_SETLEASE, F_RDLCK) == 0 || errno != EAGAIN) break;
-    PauseUs(5000);
+    SleepUs(5000);
   }
   (void)fcntl(script.Get(), F_SETLEASE, F_UNLCK);
 }
@@ -229,7 +224,7 @@ void ProcessTest_CPU(const BVRequest&, TAVReply& reply) {
   TTempFile output;
   if (!output.TakeThreadName("tmpCtav-%ld.txt")) return Answer(reply, kNotExamined, "cannot get temp file");
 
-  PauseUs(settings->delayforscripts);
+  SleepUs(settings->delayforscripts);
   int exitcode = 0;  // of no interest
   String error;
   if (!SystemEx2(script.CStr(), nullptr, output.path, output.path, output.path, kCpuTimeoutMs, exitcode, error)) {
@@ -300,7 +295,7 @@ void ProcessTest_ShellScript(const BVRequest& request, TAVReply& reply) {
   String params = tavDecodeStrings(request.GetParam(3, 1)), error;
   String cmdline = request.GetParam(1, 1).ReplaceAll("%script%", script.path, 0);
   cmdline = cmdline.ReplaceAll("%params%", params.CStr(), 0);
-  PauseUs(settings->delayforscripts);
+  SleepUs(settings->delayforscripts);
   WaitUntilNobodyWrites(script.path);
 
   const int timeoutMs = SecondsToMs(tavDecodeInt(request.GetParam(4, 1)));

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "core/clock.h"
 #include "core/mutex.h"
 
 namespace {
@@ -41,12 +42,6 @@ bool TakeEnd(pid_t pid, int& status) {
 }
 
 }  // namespace
-
-long long MonotonicMs() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * 1000LL + now.tv_nsec / 1000000;
-}
 
 TChildWatch::TChildWatch(pid_t child) : pid(child), pidfd(OpenPidfd(child)) {}
 

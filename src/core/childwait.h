@@ -8,9 +8,6 @@
 
 #include "core/closers.h"
 
-// Milliseconds of a clock that no clock step moves.
-long long MonotonicMs();
-
 // The end of one child.  It is seen at once: the kernel says so where it can (pidfd), else looks come in short
 // steps.
 class TChildWatch {

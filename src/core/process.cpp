@@ -9,6 +9,7 @@
 
 #include "core/childstart.h"
 #include "core/childwait.h"
+#include "core/clock.h"
 #include "core/cmdline_split.h"
 #include "core/tempfile.h"
 

@@ -1,0 +1,24 @@
+// The daemon's place in the system: its own session, and the pid file that names it.
+#pragma once
+
+#include "core/closers.h"
+#include "core/zostring.h"
+
+// Goes on in a child of a new session, standard streams on /dev/null, inherited descriptors closed, SIGHUP handled.
+// The parent prints "Daemon started" and ends with status 0.  Returns 0 in the child, -1 when fork failed.  The
+// working directory stays, so that relative paths keep their meaning.
+int daemon_init();
+
+// The pid file, locked for as long as it is open.  Empty when there is none.
+class TPidFile {
+ public:
+  // Opens and locks the file and writes the process id.  Shows why when it cannot; the agent goes on without one.
+  // The file of an instance that still runs is left as it is.
+  void createpidfile(const String& wanted);
+  // Closes and deletes it.
+  void closepidfile();
+
+ private:
+  TFd file;
+  String path;
+};

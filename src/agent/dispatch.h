@@ -1,0 +1,13 @@
+// From the request's first line to the handler of its command.
+#pragma once
+
+#include "agent/flags.h"
+#include "agent/session.h"
+#include "agent/upgrade.h"
+#include "protocol/bvrequest.h"
+#include "protocol/tavreply.h"
+
+// Runs the command that the request names and fills the reply.  True when the command is known, whatever its
+// outcome.  `flags` takes what the command asks of the main thread.
+bool ProcessBVRequest(const BVRequest& request, TAVReply& reply, TTAVFlags& flags, const ThreadParams& params,
+                      UpgradeRec& upgrade);

@@ -1,0 +1,129 @@
+// Program entry: checks, daemon, main loop.
+//
+// Exit status: 0 told to end, or the daemon is started; 1 command line or settings; 2 no fork; 3 encryption; 4
+// port.
+
+#include <errno.h>
+#include <malloc.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "agent/cmdline.h"
+#include "agent/crash.h"
+#include "agent/daemon.h"
+#include "agent/mainloop.h"
+#include "agent/selftest.h"
+#include "agent/showmessage.h"
+#include "agent/signals.h"
+#include "config/settings.h"
+#include "core/filesearch.h"
+
+namespace {
+
+// Many threads that each keep a heap of their own would make the agent's memory grow with the number of sessions
+// that ever ran at once; large blocks go back to the system when they are freed.
+constexpr int kHeaps = 2;
+constexpr int kLargeBlock = 128 * 1024;
+
+void PrepareProcess() {
+  mallopt(M_ARENA_MAX, kHeaps);
+  mallopt(M_MMAP_THRESHOLD, kLargeBlock);
+  mallopt(M_TRIM_THRESHOLD, kLargeBlock);
+  setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // a service manager reads the lines as they come
+  tzset();
+  rlimit files;
+  if (getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur < files.rlim_max) {
+    files.rlim_cur = files.rlim_max;
+    (void)setrlimit(RLIMIT_NOFILE, &files);  // the soft limit does as well
+  }
+}
+
+bool LoadSettings(int argc, char** argv) {
+  const char* path;
+  {
+    TLock lock(optmutex);
+    ParseCommandLine(argc, argv, TAVSettings);
+    PublishSettings();
+  }
+  printf("Ok\nSettings checking .. ");
+  String message;
+  const int loaded = TTAVSettings::LoadOptions(message);
+  path = SettingsInForce()->cfgfile;
+  if (!loaded) {
+    printf("Error\n%s\nPlease check '%s' file\n\n", message.CStr(), path);
+    return false;
+  }
+  if (message.Length() == 0) {
+    printf("Ok\n");
+  } else {
+    printf("Warning: %s\n", message.CStr());
+  }
+  return true;
+}
+
+void ShowMachine() {
+  printf("CPU testing .. Ok\n");
+  if (!SettingsInForce()->verbosedetail) return;
+  struct stat info;
+  TSearchRec entry;
+  printf("stat.size: %d\n", static_cast<int>(sizeof info.st_size));
+  printf("srec.size: %d\n", static_cast<int>(sizeof entry.Size));
+  printf("int64 = long long\n");
+}
+
+bool TestPort() {
+  printf("Sock testing .. ");
+  String error;
+  const TFd listener = Listen(error);
+  if (!listener.IsOpen()) {
+    printf("TCP listen error:\n%s\n\n", error.CStr());
+    return false;
+  }
+  printf("Ok\n");
+  shutdown(listener.Get(), SHUT_RDWR);
+  return true;
+}
+
+int Serve(char** argv, char** envp) {
+  String error;
+  TFd listener = Listen(error);
+  if (!listener.IsOpen()) {
+    printf("TCP listen error: %s\n\n", error.CStr());
+    return 4;
+  }
+  const TSettingsPtr settings = SettingsInForce();
+  TPidFile pidFile;
+  if (!settings->interactive && settings->pidfile.Length() > 0) pidFile.createpidfile(settings->pidfile);
+  showmessage("Listening...\n", kNoPeer, mtInfo, 0);
+  TMainLoop loop(std::move(listener), pidFile, argv, envp);
+  return loop.Run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv, char** envp) {
+  PrepareProcess();
+  ShowBanner();
+  printf("Command line checking .. ");
+  if (!LoadSettings(argc, argv)) return 1;
+  ShowMachine();
+  if (!TestBasicEncryption() || !TestPacketEncryption()) return 3;
+  if (!TestPort()) return 4;
+
+  if (!SettingsInForce()->interactive && daemon_init() != 0) {
+    fprintf(stderr, "Error initializing daemon: %s\n", strerror(errno));
+    return 2;
+  }
+  RouteDiagnostics();
+  RememberCommandLine(argv, envp);
+  RefreshCrashRecord();
+  InstallFaultHandlers();
+  const int status = Serve(argv, envp);
+  fflush(stdout);
+  _exit(status);  // sessions may still run: what they use must not be taken down under them
+}

@@ -1,0 +1,281 @@
+#include "agent/mainloop.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "agent/crash.h"
+#include "agent/flags.h"
+#include "agent/ipfilter.h"
+#include "agent/replace.h"
+#include "agent/showmessage.h"
+#include "agent/signals.h"
+#include "config/agent_status.h"
+#include "config/settings.h"
+#include "core/process.h"
+#include "net/sockets.h"
+
+namespace {
+
+constexpr int kListenAttempts = 3;
+constexpr int kTickMs = 1000;
+constexpr int kAcceptPauseMs = 100;  // while descriptors or memory are short
+constexpr int kAcceptsPerTurn = 64;  // then those already here have their turn
+constexpr int kEventsPerTurn = 256;
+
+TFd ListenOnce(int port, String& error) {
+  if (port < 1 || port > 65535) {
+    error = "Invalid port number";
+    return TFd();
+  }
+  socklen_t addressLength = 0;
+  String host(SettingsInForce()->host);
+  const int fd = TcpListen(host.Length() > 0 ? host.CStr() : nullptr, port, addressLength, error);
+  if (fd <= 0) return TFd();
+  // A connection that is gone before it is accepted must not make accept wait.
+  (void)fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+  return TFd(fd);
+}
+
+bool IsShortage(int error) {
+  return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+}
+
+// The listener itself is broken; everything else that accept reports concerns one connection that is gone.
+bool IsFatal(int error) {
+  return error == EBADF || error == EINVAL || error == ENOTSOCK || error == EOPNOTSUPP || error == EFAULT;
+}
+
+}  // namespace
+
+TFd Listen(String& error) {
+  for (int attempt = 0; attempt < kListenAttempts; ++attempt) {
+    TFd fd = ListenOnce(SettingsInForce()->port, error);
+    if (fd.IsOpen()) return fd;
+    sleep(1);
+  }
+  return TFd();
+}
+
+TMainLoop::TMainLoop(TFd listeningSocket, TPidFile& file, char** arguments, char** environment)
+    : epoll(epoll_create1(EPOLL_CLOEXEC)),
+      wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      listener(std::move(listeningSocket)),
+      pidFile(file),
+      argv(arguments),
+      envp(environment),
+      currentPort(SettingsInForce()->port),
+      reception(epoll.Get()) {
+  epoll_event event = {};
+  event.events = EPOLLIN;
+  event.data.ptr = &wake;
+  epoll_ctl(epoll.Get(), EPOLL_CTL_ADD, wake.Get(), &event);
+  SetWakeFd(wake.Get());
+  WatchListener(true);
+}
+
+void TMainLoop::WatchListener(bool watched) {
+  acceptAgainMs = watched ? 0 : MonotonicMs() + kAcceptPauseMs;
+  epoll_event event = {};
+  if (watched) event.events = EPOLLIN;
+  event.data.ptr = &listener;
+  if (epoll_ctl(epoll.Get(), EPOLL_CTL_MOD, listener.Get(), &event) == 0 || errno != ENOENT) return;
+  epoll_ctl(epoll.Get(), EPOLL_CTL_ADD, listener.Get(), &event);
+}
+
+int TMainLoop::Run() {
+  int status = 0;
+  epoll_event events[kEventsPerTurn];
+  while (CheckFlags(status) && CheckPort(status)) {
+    OncePerSecond();
+    const int n = epoll_wait(epoll.Get(), events, kEventsPerTurn, WaitMs());
+    bool connections = false;
+    for (int i = 0; i < n; ++i) {
+      if (events[i].data.ptr == &wake) {
+        uint64_t count;
+        (void)!read(wake.Get(), &count, sizeof count);  // the words tell what it is about
+      } else if (events[i].data.ptr == &listener) {
+        connections = true;
+      } else {
+        reception.Readable(*static_cast<TReception::TPending*>(events[i].data.ptr));
+      }
+    }
+    reception.ExpireSilent();
+    reception.Sweep();
+    if (connections && !AcceptAll(status)) break;
+  }
+  return status;
+}
+
+int TMainLoop::WaitMs() {
+  const long long now = MonotonicMs();
+  long long wait = reception.MsUntilExpiry(static_cast<int>(std::max(0LL, nextTickMs - now)));
+  if (acceptAgainMs > 0) wait = std::min(wait, std::max(0LL, acceptAgainMs - now));
+  return static_cast<int>(wait);
+}
+
+void TMainLoop::OncePerSecond() {
+  const long long now = MonotonicMs();
+  if (acceptAgainMs > 0 && now >= acceptAgainMs) WatchListener(true);
+  if (now < nextTickMs) return;
+  nextTickMs = now + kTickMs;
+  ReapChildren();
+  RefreshCrashRecord();
+}
+
+// False when the loop has to end with `status`.
+bool TMainLoop::CheckFlags(int& status) {
+  if (TakeCrashRestart()) {
+    // Another thread may have stopped in the middle of anything: no lock, no memory, no stream.
+    CrashMessage("Reload request received. Executing..\n");
+    listener.Reset();
+    RestartFromRecord();
+    CrashMessage("Error: cannot start new instance\n");
+  }
+  if (TakeConfigReload()) {
+    String ignored;  // there is nobody to tell
+    (void)TTAVSettings::LoadOptions(ignored);
+  }
+  if (TAVFlags.terminate) {
+    showmessage("Terminate request received. Terminating..\n", kNoPeer, mtInfo, 0);
+    pidFile.closepidfile();
+    status = 0;
+    return false;
+  }
+  if (TAVFlags.reload) {
+    Replace(SettingsInForce()->tavpath, "Reload request received. Executing..\n",
+            "Error: cannot start new instance\n");
+    TAVFlags.reload = 0;
+  }
+  if (TAVFlags.upgrade) {
+    String script;
+    {
+      TLock lock(upgrade_mutex);
+      script = upgradeScript;
+    }
+    Replace(script, "Upgrade request received. Executing..\n", "Error: cannot start upgrading script\n");
+    TAVFlags.upgrade = 0;
+  }
+  return true;
+}
+
+// Returns only when it failed; the port stays closed then.
+void TMainLoop::Replace(const String& path, const char* announcement, const char* failure) {
+  showmessage("%s", kNoPeer, mtInfo, 1, announcement);
+  listener.Reset();
+  pidFile.closepidfile();
+  fflush(stdout);
+  String program(path);
+  ReplaceProcess(program.CStr(), argv, envp);
+  showmessage("%s", kNoPeer, mtFailure, 1, failure);
+}
+
+// Moves the listener to a changed port.  Each attempt is one pass of the loop: who is connected is served
+// meanwhile.
+bool TMainLoop::CheckPort(int& status) {
+  const int port = SettingsInForce()->port;
+  if (port == currentPort) {
+    portSwitch = TPortSwitch();
+    return true;
+  }
+  if (port != portSwitch.target) portSwitch = TPortSwitch{port, 0, MonotonicMs()};
+  if (MonotonicMs() < portSwitch.nextMs) return true;
+  if (portSwitch.attempts == kListenAttempts) return FallBack(status);
+
+  String error;
+  TFd fresh = ListenOnce(port, error);
+  if (!fresh.IsOpen()) {
+    ++portSwitch.attempts;
+    portSwitch.nextMs = MonotonicMs() + kTickMs;
+    return true;
+  }
+  listener = std::move(fresh);
+  WatchListener(true);
+  currentPort = port;
+  showmessage("Server port switching .. Ok\n", kNoPeer, mtSuccess, 0);
+  return true;
+}
+
+// The new port cannot be opened: the settings get the old one back.
+bool TMainLoop::FallBack(int& status) {
+  showmessage("Error: cannot open new port for listening\n", kNoPeer, mtFailure, 0);
+  {
+    TLock lock(optmutex);
+    // A port that was set in the meantime is the next to be tried.
+    if (TAVSettings.port == portSwitch.target) TAVSettings.port = currentPort;
+    PublishSettings();
+  }
+  portSwitch = TPortSwitch();
+  if (!listener.IsOpen()) {  // after a replacement that failed there is none to return to
+    String error;
+    listener = Listen(error);
+    if (!listener.IsOpen()) {
+      showmessage("Cannot open original port either. Terminating\n", kNoPeer, mtFailure, 0);
+      status = 4;
+      return false;
+    }
+    WatchListener(true);
+  }
+  showmessage("Return to original port\n", kNoPeer, mtFailure, 0);
+  return true;
+}
+
+// False when the listener is broken.
+bool TMainLoop::AcceptAll(int& status) {
+  for (int i = 0; i < kAcceptsPerTurn; ++i) {
+    sockaddr_in address = {};
+    socklen_t length = sizeof address;
+    TFd socket(
+        accept4(listener.Get(), reinterpret_cast<sockaddr*>(&address), &length, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (socket.IsOpen()) {
+      Admit(std::move(socket), address.sin_addr);
+      continue;
+    }
+    const int error = errno;
+    if (error == EAGAIN || error == EWOULDBLOCK) return true;
+    if (IsShortage(error)) {
+      PauseAccepting(error);
+      return true;
+    }
+    if (IsFatal(error)) {
+      showmessage("Accept fatal error: %s\n\n", kNoPeer, mtFailure, 1, strerror(error));
+      status = 4;
+      return false;
+    }
+  }
+  return true;
+}
+
+void TMainLoop::Admit(TFd socket, in_addr peer) {
+  const TSettingsPtr settings = SettingsInForce();
+  if (settings->filteractive && !PassesFilter(peer, settings->activefilter)) {
+    AgentStatus.FailedConnections.fetch_add(1);
+    showmessage("TCP connection rejected\n", peer, mtFailure, 0);
+    shutdown(socket.Get(), SHUT_RDWR);
+    return;
+  }
+  showmessage("TCP connection accepted\n", peer, mtSuccess, 0);
+  const int on = 1;  // a peer that has vanished without a word must not hold an upgrade for ever
+  setsockopt(socket.Get(), SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
+  reception.Admit(std::move(socket), peer);
+}
+
+// The listener rests for a moment, or the loop would spin on a connection that it cannot take.
+void TMainLoop::PauseAccepting(int error) {
+  reception.MakeRoom();
+  reception.Sweep();
+  WatchListener(false);
+  const long long now = MonotonicSeconds();
+  if (now == lastComplaintS) return;
+  lastComplaintS = now;
+  showmessage("Cannot accept connections now, error %d\n", kNoPeer, mtFailure, 1, error);
+}

@@ -1,0 +1,50 @@
+// The accept loop, and all that other threads and handlers ask of the main thread.
+#pragma once
+
+#include "agent/daemon.h"
+#include "agent/reception.h"
+#include "core/closers.h"
+#include "core/zostring.h"
+
+// Opens the listening socket on the port in force; up to three attempts, a second apart.  The reason in `error`.
+TFd Listen(String& error);
+
+class TMainLoop {
+ public:
+  TMainLoop(TFd listeningSocket, TPidFile& file, char** argv, char** envp);
+
+  // Serves until the agent is told to end.  Returns the exit status.
+  int Run();
+
+ private:
+  // A move to another port under way.  The old listener serves until the new one stands.
+  struct TPortSwitch {
+    int target = 0;
+    int attempts = 0;
+    long long nextMs = 0;
+  };
+
+  bool CheckFlags(int& status);
+  void Replace(const String& path, const char* announcement, const char* failure);
+  bool CheckPort(int& status);
+  bool FallBack(int& status);
+  void WatchListener(bool watched);
+  bool AcceptAll(int& status);
+  void Admit(TFd socket, in_addr peer);
+  void PauseAccepting(int error);
+  void OncePerSecond();
+  int WaitMs();
+
+  TFd epoll;
+  TFd wake;
+  TFd listener;
+  TPidFile& pidFile;
+  char** argv;
+  char** envp;
+  int currentPort;
+  TPortSwitch portSwitch;
+  TReception reception;
+  long long acceptAgainMs = 0;   // 0: the listener is watched
+  long long lastComplaintS = 0;  // when the log last told of a lack of descriptors
+  long long nextTickMs = 0;
+};

@@ -1,0 +1,119 @@
+#include "agent/showmessage.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+#include <time.h>
+
+#include "config/settings.h"
+#include "core/closers.h"
+#include "core/diag.h"
+#include "core/mutex.h"
+#include "core/paths.h"
+#include "net/resolver.h"
+
+namespace {
+
+TMutex showmutex;  // held for one message: its console line and its log lines
+
+// Where one message goes.
+struct TDestinations {
+  bool console;
+  const String* logs[2];
+
+  bool Any() const { return console || logs[0] != nullptr || logs[1] != nullptr; }
+};
+
+TDestinations DestinationsOf(MsgType type, const TTAVSettings& settings) {
+  TDestinations to = {settings.interactive != 0, {nullptr, nullptr}};
+  if (type == mtSuccess && settings.logsuccess) to.logs[0] = &settings.oklogfile;
+  if (type == mtFailure && settings.logfails) to.logs[0] = &settings.badlogfile;
+  if (settings.verbose && settings.verboselogfile.Length() > 0) to.logs[1] = &settings.verboselogfile;
+  return to;
+}
+
+// A line that was cut has lost its line end; it gets one back in the place of its last byte.
+void CloseLine(char* line, int formattedLength) {
+  if (formattedLength >= kLogLineBytes + 1) line[kLogLineBytes - 1] = '\n';
+}
+
+}  // namespace
+
+void showmessage(const char* format, in_addr peer, MsgType type, int formatted, ...) {
+  const TSettingsPtr settings = SettingsInForce();
+  if (type == mtDebug && !settings->verbosedetail) return;
+  const TDestinations to = DestinationsOf(type, *settings);
+  if (!to.Any()) return;
+
+  char text[kLogLineBytes + 1];
+  int length;
+  if (formatted) {
+    va_list args;
+    va_start(args, formatted);
+    length = vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+  } else {
+    length = snprintf(text, sizeof text, "%s", format);
+  }
+  CloseLine(text, length);
+
+  char address[24] = "tav\t";
+  if (peer.s_addr != 0) inet_ntoa_safe(peer, address, sizeof address);
+
+  TLock lock(showmutex);  // taken before the clock is read, so that the lines stand in the order of their times
+  const time_t now = time(nullptr);
+  tm local = {};
+  localtime_r(&now, &local);
+  char clock[16], line[kLogLineBytes + 1];
+  snprintf(clock, sizeof clock, "%2.2d:%2.2d:%2.2d", local.tm_hour, local.tm_min, local.tm_sec);
+  if (to.console) {
+    CloseLine(line, snprintf(line, sizeof line, "[tav][%s]\t %s\t %s", clock, address, text));
+    fputs(line, stdout);
+    fflush(stdout);
+  }
+  if (to.logs[0] == nullptr && to.logs[1] == nullptr) return;
+  CloseLine(line, snprintf(line, sizeof line, "[%2.2d/%2.2d/%2.2d %s]\t %s\t %s", local.tm_mon + 1, local.tm_mday,
+                           local.tm_year + 1900, clock, address, text));
+  for (const String* log : to.logs) {
+    if (log != nullptr) writelog(LogPath(*log, settings->cfgfile), line);
+  }
+}
+
+String LogPath(const String& path, const char* cfgfile) {
+  if (path.Length() == 0 || ExtractFilePath(path).Length() > 0) return path;
+  const String folder = ExtractFilePath(String(cfgfile));
+  return folder.Length() == 0 ? path : IncludeTrailingPathDelimiter(folder) + path;
+}
+
+void writelog(const String& path, const char* line) {
+  if (path.Length() == 0 || line == nullptr) return;
+
+  String name(path);
+  // Not blocking: a log that is a pipe without a reader must not hold up the agent.
+  TFd file(open(name.CStr(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, kLogFileMode));
+  if (!file.IsOpen()) return;
+  size_t left = strlen(line);
+  while (left > 0) {
+    const ssize_t n = write(file.Get(), line, left);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return;  // a full disk costs the line, nothing else
+    line += n;
+    left -= static_cast<size_t>(n);
+  }
+}
+
+String PeerText(const String& text) {
+  String shown(text);
+  for (int i = 1; i <= shown.Length(); ++i) {
+    const unsigned char c = static_cast<unsigned char>(shown[i]);
+    if (c < 32 || c == 127) shown[i] = '?';
+  }
+  return shown;
+}
+
+void RouteDiagnostics() {
+  SetDiagSink([](const char* text, in_addr peer) { showmessage("%s", peer, mtDebug, 1, text); },
+              [] { return SettingsInForce()->verbosedetail != 0; });
+}

@@ -1,0 +1,11 @@
+// The threads that sessions run on.  A thread whose session has ended waits a while for the next one; as many are
+// made as sessions run at once, the system's limits aside.
+#pragma once
+
+#include <memory>
+
+#include "agent/session.h"
+
+// Has `ClientExecute` serve the connection on another thread.  Returns false when no thread can be had; the
+// connection is then still the caller's.  Main thread only.
+bool RunSession(std::unique_ptr<TConnection>& connection);

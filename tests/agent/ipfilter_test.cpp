@@ -1,0 +1,52 @@
+#include "agent/ipfilter.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(IPAllowed, TakesSinglesAndRangesEitherWayRound) {
+  const struct {
+    const char* list;
+    const char* peer;
+    int allowed;
+    const char* error;
+  } rows[] = {
+      {"127.0.0.1", "127.0.0.1", 1, ""},
+      {"127.0.0.1", "127.0.0.2", 0, ""},
+      {"10.0.0.50-10.0.0.1", "10.0.0.7", 1, ""},
+      {"10.0.0.50-10.0.0.1", "10.0.0.51", 0, ""},
+      {"10.0.0.1, 10.0.0.2", "10.0.0.2", 1, "Illegal character ( ) specified"},
+      {"10.0.0.1 10.0.0.2", "10.0.0.1", 0, "Invalid IP address (10.0.0.110.0.0.2) specified"},  // they run together
+      {"abc", "10.0.0.1", 0, "Illegal character (a) specified"},
+      {"", "10.0.0.1", 0, ""},
+      {"9.9.9.999,10.0.0.1", "10.0.0.1", 0, "Invalid IP address (9.9.9.999) specified"},  // the scan ends there
+      {"10.0.0.1,9.9.9.999", "10.0.0.1", 1, ""},                                          // or before it
+      {"10.0.0.3-9.9.9.999,10.0.0.9", "10.0.0.9", 1, "Invalid IP address (9.9.9.999) specified"},
+      {"10.0.0.1-10.0.0.3-10.0.0.9", "10.0.0.9", 1, ""},
+      {"10.0.0.1-", "10.0.0.1", 1, ""},
+      {",-,10.0.0.1", "10.0.0.1", 1, ""},
+      {"255.255.255.255", "255.255.255.254", 0, "Invalid IP address (255.255.255.255) specified"},
+  };
+  for (const auto& row : rows) {
+    String error("old");
+    EXPECT_EQ(row.allowed, IPAllowed(row.peer, row.list, error)) << row.peer << " in " << row.list;
+    EXPECT_STREQ(row.error, error.CStr()) << row.list;
+  }
+  String error;
+  EXPECT_EQ(0, IPAllowed("255.255.255.255", "0.0.0.1-255.255.255.254", error));
+}
+
+TEST(PassesFilter, AdmitsWhateverBeginsAnAllowedAddress) {
+  const struct {
+    const char* peer;
+    bool passes;
+  } rows[] = {
+      {"10.0.0.12", true}, {"10.0.0.1", true}, {"0.0.0.12", true}, {"10.0.0.2", false}, {"10.0.0.123", false}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(row.passes, PassesFilter(in_addr{inet_addr(row.peer)}, "\r\n10.0.0.12\r\n")) << row.peer;
+    EXPECT_FALSE(PassesFilter(in_addr{inet_addr(row.peer)}, "\r\n"));
+  }
+}
+
+}  // namespace
