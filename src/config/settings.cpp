@@ -1,0 +1,190 @@
+#include "config/settings.h"
+
+#include <memory>
+#include <mutex>
+
+#include "config/settings_keys.h"
+#include "core/paths.h"
+#include "core/tempdir.h"
+
+TMutex optmutex;
+TTAVSettings TAVSettings;
+
+namespace {
+
+// The keys of one password, prepared when they are first asked for: the first load comes before the cipher is set
+// up, and preparing costs more than all the rest of a change.
+class TKeysOnDemand {
+ public:
+  explicit TKeysOnDemand(const String& text) : password(text) {}
+  ~TKeysOnDemand() { password.Wipe(); }
+  TKeysOnDemand(const TKeysOnDemand&) = delete;
+  TKeysOnDemand& operator=(const TKeysOnDemand&) = delete;
+
+  bool For(const String& text) const { return password == text; }
+  TPasswordKeysPtr Get() {
+    std::call_once(once, [this] { keys = std::make_shared<const TPasswordKeys>(password); });
+    return keys;
+  }
+
+ private:
+  String password;
+  std::once_flag once;
+  TPasswordKeysPtr keys;
+};
+
+// Readers hold on to what they got, so what is replaced goes when its last reader does.
+struct TPublished {
+  TTAVSettings settings;
+  std::shared_ptr<TKeysOnDemand> keys;
+};
+using TPublishedPtr = std::shared_ptr<const TPublished>;
+
+// The texts of a published copy are null-terminated for whoever reads them.
+void TerminateTexts(TTAVSettings& settings) {
+  for (const TSettingKey& key : kSettingKeys) {
+    if (key.field.text != nullptr) (settings.*key.field.text).SetZero();
+  }
+  settings.activefilter.SetZero();
+}
+
+// A password that stays keeps its keys.
+TPublishedPtr Prepare(const TTAVSettings& settings, const TPublished* last) {
+  const auto next = std::make_shared<TPublished>();
+  next->settings = settings;
+  TerminateTexts(next->settings);
+  const bool samePassword = last != nullptr && last->keys->For(settings.password);
+  next->keys = samePassword ? last->keys : std::make_shared<TKeysOnDemand>(settings.password);
+  return next;
+}
+
+// Read and replaced whole, with the atomic operations for shared pointers.  Never destroyed: sessions may be
+// running when the process ends.
+TPublishedPtr& Published() {
+  static TPublishedPtr* const published = new TPublishedPtr(Prepare(TTAVSettings(), nullptr));
+  return *published;
+}
+
+// Goes before the master copy does: at the end of the process a save is let finish and none begins, for the lock is
+// never given back.
+struct TLastHolder {
+  ~TLastHolder() { pthread_mutex_lock(optmutex.Native()); }
+} lastHolder;
+
+// A lone word for a script names a file in the agent's own folder.
+void PrefixScript(String& script, const String& folder) {
+  if (script.Length() > 0 && ExtractFilePath(script).Length() == 0) script = folder + "/" + script;
+}
+
+// The next line of a list without the blanks around it, in one pass over the list.
+String NextEntry(const String& list, int& position) {
+  const int begin = position;
+  while (position <= list.Length() && list[position] != '\n') ++position;
+  return list.Copy(begin, position++ - begin).Trim();
+}
+
+void BuildActiveFilter(TTAVSettings& settings, String& message) {
+  settings.activefilter = "\r\n";
+  int position = 1;
+  for (int i = 1; i <= settings.filtermarks.Length(); ++i) {
+    const String entry = NextEntry(settings.filterlist, position);
+    if (entry.Length() == 0) {
+      message = "FilterMarks has less items than FilterList";
+      return;
+    }
+    if (settings.filtermarks[i] != '1') continue;
+    settings.activefilter += entry;
+    settings.activefilter += "\r\n";
+  }
+}
+
+// Temporary files and children follow the setting; without a usable one the environment decides.
+void PutTempDirectoryRight(String& tmpdir) {
+  if (!DirectoryExists(tmpdir.CStr())) {
+    String chosen;
+    tmpdir = TempDirectory(chosen) && DirectoryExists(chosen.CStr()) ? chosen : String(".");
+  }
+  tmpdir = ExcludeTrailingPathDelimiter(tmpdir);
+  SetTempDirectory(tmpdir.CStr());
+}
+
+// Every problem is told, not only the first.
+int Check(TTAVSettings& settings, String& message) {
+  const char* path = settings.tavpath.CStr();
+  const bool absolute = path[0] == '/';
+  const struct {
+    bool wrong;
+    const char* text;
+  } checks[] = {
+      {settings.port == 0, "  TCP post is not specified!\n"},
+      {settings.password.Length() == 0, "  Password is not specified!\n"},
+      {!absolute, "  Full path to the agent is not specified!\n"},
+      {absolute && !FileExists(path), "  Invalid path to the agent!\n"},
+  };
+  int usable = 1;
+  for (const auto& check : checks) {
+    if (!check.wrong) continue;
+    message += check.text;
+    usable = 0;
+  }
+  return usable;
+}
+
+}  // namespace
+
+TTAVSettings::TTAVSettings() = default;
+
+TTAVSettings::~TTAVSettings() {
+  password.Wipe();
+}
+
+int TTAVSettings::LoadOptions(String& message) {
+  TLock lock(optmutex);
+  TTAVSettings aside(TAVSettings);
+  if (!aside.ReadFile(message)) return 0;
+
+  const int usable = Check(aside, message);
+  TAVSettings.password.Wipe();
+  TAVSettings = aside;
+  PublishSettings();
+  return usable;
+}
+
+int TTAVSettings::SaveOptions(String& message) {
+  TLock lock(optmutex);
+  const int saved = TAVSettings.SaveOptions_(message);
+  PublishSettings();
+  return saved;
+}
+
+int TTAVSettings::LoadOptions_(String& message) {
+  return ReadFile(message) ? Check(*this, message) : 0;
+}
+
+void TTAVSettings::PutRight(String& message) {
+  host.SetZero();
+  BuildActiveFilter(*this, message);
+
+  tavpath.SetZero();
+  const String folder = ExtractFilePath(tavpath);
+  for (String* path : {&cpuusagescript, &proclistscript, &proccntscript}) {
+    if (folder.Length() > 0) PrefixScript(*path, folder);
+    path->SetZero();
+  }
+  PutTempDirectoryRight(tmpdir);
+  pidfile.SetZero();
+}
+
+TSettingsPtr SettingsInForce() {
+  const TPublishedPtr published = std::atomic_load(&Published());
+  return TSettingsPtr(published, &published->settings);
+}
+
+TPasswordKeysPtr PasswordInForce() {
+  return std::atomic_load(&Published())->keys->Get();
+}
+
+void PublishSettings() {
+  const TPublishedPtr last = std::atomic_load(&Published());
+  std::atomic_store(&Published(), Prepare(TAVSettings, last.get()));
+}

@@ -1,0 +1,45 @@
+// A folder of its own for each test, with the configuration file in it; the master settings begin empty.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "config/settings_keys.h"
+#include "protocol/twofish.h"
+
+using Rows = std::vector<std::array<std::string, 3>>;
+
+inline std::string Std(const String& s) {
+  return s.Length() == 0 ? "" : std::string(s.Data(), size_t(s.Length()));
+}
+
+class Config : public testing::Test {
+ protected:
+  Config() {
+    Twofish_initialise();
+    path = std::string(mkdtemp(dir.data())) + "/tav.cfg";
+    master = TTAVSettings();
+    path.copy(master.cfgfile, sizeof master.cfgfile - 1);
+  }
+  ~Config() override { std::filesystem::remove_all(dir); }
+
+  // Loads or saves, over `text` if there is one.
+  std::string Do(int (*work)(String&), const std::string& text = "-") {
+    if (text != "-") std::ofstream(path) << text;
+    String message("left over");
+    const int done = work(message);
+    return (done ? "ok|" : "|") + Std(message);
+  }
+  std::string Read() { return (std::stringstream() << std::ifstream(path).rdbuf()).str(); }
+  std::string InForce(const std::string& name) {
+    const TSettingKey* key = FindSettingKey(name.c_str());
+    return Std(RemoteValue(*SettingsInForce(), key ? *key : *FindSettingByWireName(name.c_str())));
+  }
+
+  TTAVSettings& master = TAVSettings;  // touched while no other thread runs
+  std::string dir = "/tmp/tav-config-XXXXXX", path;
+};
