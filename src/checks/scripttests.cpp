@@ -13,9 +13,9 @@
 #include <algorithm>
 
 #include "config/settings.h"
+#include "core/clock.h"
 #include "core/closers.h"
 #include "core/paths.h"
-#include "core/clock.h"
 #include "core/process.h"
 #include "core/tempfile.h"
 #include "protocol/results.h"
@@ -175,7 +175,10 @@ bool IsResultLine(const String& line) {
 }
 
 void ReadScriptOutput(FILE* file, int wanted, String& result, String& output) {
-  while (!feof(file) && !ferror(file)) {
+  struct stat status;
+  if (fstat(fileno(file), &status) != 0) return;
+  // What the script left running may write on for ever; only what is there now counts.
+  while (!feof(file) && !ferror(file) && ftello(file) < status.st_size) {
     char buf[kLineSize] = "";
     if (fgets(buf, sizeof(buf), file) == nullptr) continue;
     String line(buf);
