@@ -1,0 +1,3 @@
+#include "config/agent_status.h"
+
+TAgentStatus AgentStatus;
