@@ -44,18 +44,18 @@ void PrepareProcess() {
 }
 
 bool LoadSettings(int argc, char** argv) {
-  const char* path;
+  TTAVSettings given;
+  ParseCommandLine(argc, argv, given);
   {
     TLock lock(optmutex);
-    ParseCommandLine(argc, argv, TAVSettings);
+    TAVSettings = given;
     PublishSettings();
   }
   printf("Ok\nSettings checking .. ");
   String message;
   const int loaded = TTAVSettings::LoadOptions(message);
-  path = SettingsInForce()->cfgfile;
   if (!loaded) {
-    printf("Error\n%s\nPlease check '%s' file\n\n", message.CStr(), path);
+    printf("Error\n%s\nPlease check '%s' file\n\n", message.CStr(), given.cfgfile);
     return false;
   }
   if (message.Length() == 0) {

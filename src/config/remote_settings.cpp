@@ -104,7 +104,8 @@ void SetAgentSettings(const BVRequest& request, TAVReply& reply) {
   int saved = 0;
   {
     TLock lock(optmutex);
-    for (int i = 1; i <= request.GetParamsCount(); ++i) {
+    const int count = request.GetParamsCount();
+    for (int i = 1; i <= count; ++i) {
       String line = request.GetParam(i, 1);
       TakeLine(TAVSettings, line);
       line.Wipe();

@@ -65,12 +65,6 @@ TPublishedPtr& Published() {
   return *published;
 }
 
-// Goes before the master copy does: at the end of the process a save is let finish and none begins, for the lock is
-// never given back.
-struct TLastHolder {
-  ~TLastHolder() { pthread_mutex_lock(optmutex.Native()); }
-} lastHolder;
-
 // A lone word for a script names a file in the agent's own folder.
 void PrefixScript(String& script, const String& folder) {
   if (script.Length() > 0 && ExtractFilePath(script).Length() == 0) script = folder + "/" + script;
