@@ -1,0 +1,75 @@
+#include "net/sockio.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <time.h>
+
+#include <algorithm>
+
+namespace {
+
+long long MonotonicUs() {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * 1000000LL + now.tv_nsec / 1000;
+}
+
+}  // namespace
+
+TDeadline::TDeadline(long long timeoutMs) : endUs(timeoutMs < 0 ? -1 : MonotonicUs() + timeoutMs * 1000) {}
+
+int TDeadline::LeftMs() const {
+  const long long leftMs = (endUs - MonotonicUs() + 999) / 1000;
+  return static_cast<int>(std::clamp<long long>(leftMs, 0, INT_MAX));
+}
+
+int WaitReady(int fd, short events, const TDeadline& deadline) {
+  if (fd < 0 || !deadline.IsValid()) return -1;
+  for (;;) {
+    pollfd entry = {fd, events, 0};
+    const int n = poll(&entry, 1, deadline.LeftMs());
+    if (n > 0) return (entry.revents & POLLNVAL) != 0 ? -1 : 1;
+    if (n < 0 && errno != EINTR) return -1;
+    if (n == 0 && deadline.LeftMs() == 0) return 0;
+  }
+}
+
+TFd OpenSocket(int type) {
+  TFd fresh(socket(AF_INET, type | SOCK_CLOEXEC, 0));
+  if (fresh.Get() == 0) fresh.Reset(fcntl(0, F_DUPFD_CLOEXEC, 3));
+  return fresh;
+}
+
+int SendWithin(int fd, const char* data, int length, long long timeoutMs) {
+  const TDeadline deadline(timeoutMs);
+  int sent = 0;
+  while (sent < length) {
+    const ssize_t n = send(fd, data + sent, static_cast<size_t>(length - sent), MSG_NOSIGNAL);
+    if (n >= 0) {
+      sent += static_cast<int>(n);
+      continue;
+    }
+    if (errno == EINTR) continue;
+    if (errno != EAGAIN || WaitReady(fd, POLLOUT, deadline) != 1) break;
+  }
+  return sent > 0 ? sent : -1;
+}
+
+int ReceiveOnce(int fd, char* buffer, int size, long long timeoutMs, String& error) {
+  const TDeadline deadline(timeoutMs);
+  while (WaitReady(fd, POLLIN, deadline) == 1) {
+    // The wait may have been for a datagram that turns out damaged: without MSG_DONTWAIT that would block.
+    const ssize_t n = recv(fd, buffer, static_cast<size_t>(size), MSG_DONTWAIT);
+    if (n >= 0) return static_cast<int>(n);
+    if (errno == EINTR || errno == EAGAIN) continue;
+    if (errno == ETIMEDOUT) break;
+    error = GetErrorStr(errno);
+    return kNetNotReceived;
+  }
+  error = kTimeoutText;
+  return kNetTimeout;
+}
