@@ -1,10 +1,8 @@
 // Text forms of values, the layout of packets, and the codecs of both.
 //
-// A request packet, positions from 1; lengths are unsigned and little-endian, whatever the platform:
+// A request packet is drawn in packethead.h; a reply packet is L:4 and L encrypted bytes.  Lengths are unsigned and
+// little-endian, whatever the platform.  The offsets below count from 1.
 //
-//   N:4  3:1 18:1  P:2 proof:P  K:2 key:K  R:4 request:R  ignored...        N counts what follows it
-//
-// A reply packet is L:4 and L encrypted bytes.
 // All functions work on their arguments alone and may run on many threads at once.
 #pragma once
 
