@@ -28,9 +28,9 @@ bool Kill(pid_t pid) {
 bool WaitWithin(TChildWatch& child, int timeout) {
   if (timeout == 0) return child.WaitEnd(-1);
 
-  const long long start = MonotonicMs() / 1000;
+  const long long start = MonotonicSeconds();
   while (!child.WaitEnd(0)) {
-    const bool late = (MonotonicMs() / 1000 - start) * 1000 > timeout;
+    const bool late = (MonotonicSeconds() - start) * 1000 > timeout;
     if (late && !Kill(child.Child())) return false;
     if (child.WaitEnd(kLookMs)) break;
   }

@@ -8,7 +8,7 @@
 #include <regex>
 #include <vector>
 
-#include "core/childwait.h"
+#include "core/clock.h"
 #include "core/cmdline_split.h"
 #include "tests/core/own_temp_folder.h"
 
