@@ -1,0 +1,84 @@
+#include "checks/expressions.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "checks/linefilter.h"
+#include "tests/checks/scratch.h"
+
+static std::mt19937 rng(6);
+
+static std::string RandomText(unsigned most, const std::string& alphabet) {
+  std::string s;
+  for (size_t n = rng() % (most + 1); n > 0; n--) s += alphabet[rng() % alphabet.size()];
+  return s;
+}
+
+// Writes a random group and tells what it is worth on the line: operators from left to right, `not` over the rest.
+static bool RandomGroup(unsigned depth, const std::string& line, std::string& text) {
+  bool value = false;
+  for (int op = 0;; op = rng() % 2 ? '&' : '|') {
+    if (op) text += op == '&' ? " AND " : "or\t";
+    const bool negated = rng() % 5 == 0, group = negated || (depth > 0 && rng() % 3 == 0);
+    const std::string word = RandomText(2, "ab ");
+    text += negated ? "not" : group ? "(" : "'" + word + "'";
+    bool next = !group && !word.empty() && line.find(word) != std::string::npos;
+    if (group) next = RandomGroup(negated ? depth : depth - 1, line, text) != negated;
+    if (group && !negated) text += ")";
+    value = op == '&' ? value && next : value || next;
+    if (negated || rng() % 2) return value;
+  }
+}
+
+static int Filtered(const String& line, const String& text, int expression, int caseSensitive, int wholeWord) {
+  return TLineFilter(text, expression, caseSensitive, wholeWord).Search(line.Data(), line.Length());
+}
+
+TEST(ExprParser, ConvertsToPolishNotationOrSaysWhyNot) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"\xC3 'a' And 12or\"and\"\t", " 'a' 12 and \"and\" or"},
+      {"('a' or", " 'a' or ("},  // an open group is not reported
+      {"error", "Unknown operator: \"err\""},
+      {"12\tOR 'a'", "Unknown operator: \"12\tOR\""},  // only a blank ends a word
+      {"'a')", "Missing \"(\""},
+      {"'a' or 'bc ", "Unterminated string: 'bc"},
+  };
+  for (const auto& [text, expected] : rows) {
+    TExprParser parser(PriorityTable1, sizeof(PriorityTable1));
+    String rest = text, result;
+    if (!parser.Expr2Polish(rest, 0)) result = parser.Error();
+    for (int i = 0; parser.Error() == "" && i < parser.Output().Count(); i++)
+      result += String(" ") + parser.Output()[i];
+    EXPECT_STREQ(expected, result.CStr());
+  }
+}
+
+TEST(SearchForExpression, KeepsItsOddities) {  // a number loses two digits, an open group is an operand
+  for (const char* text : {"123", "not ''", "not (", "'2' or (", "'AN'and'error'"})
+    EXPECT_EQ(1, SearchForExpression("an error 2", text, 0, 1)) << text;
+  for (const char* text : {"", "1", "''", "'2' 'error'", "and", "'erro'"})
+    EXPECT_EQ(0, SearchForExpression("an error 2", text, 0, 1)) << text;
+}
+
+TEST(SearchForExpression, AgreesWithAPlainEvaluatorAndWithTheFilter) {
+  for (int i = 0; i < 20000; i++) {
+    const std::string line = RandomText(6, "ab AB.");
+    std::string text;
+    const bool expected = RandomGroup(2, line, text);
+    EXPECT_EQ(expected, SearchForExpression(Bytes(line), Bytes(text), 1, 0)) << line << ": " << text;
+    if (i % 2) text = RandomText(12, "'a'\"b'not and or()12 \tNOT\x80");
+    const String word = Bytes(RandomText(3, "abB.")), s = Bytes(line), expr = Bytes(text);
+    const int cs = rng() % 2, ww = rng() % 2;
+    EXPECT_EQ(SearchForExpression(s, expr, cs, ww), Filtered(s, expr, 1, cs, ww)) << line << ": " << text;
+    EXPECT_EQ(s.Search(word, cs, ww), Filtered(s, word, 0, cs, ww)) << line;
+  }
+}
+
+TEST(LineFilter, TakesMegabytesOfExpressionInLinearTime) {
+  for (const std::string piece : {"(", "1or", "not'", "'a'", "'a' or(", "x "}) {
+    std::string text;
+    while (text.size() < 3000000) text += piece;
+    EXPECT_EQ(0, Filtered("b", Bytes(text), 1, 1, 0)) << piece;
+  }
+}
