@@ -1,0 +1,96 @@
+#include "checks/textlog.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <random>
+
+#include "core/paths.h"
+#include "tests/checks/scratch.h"
+
+struct TCheck {
+  std::string path;
+  long long position = 0, knownSize = 1, knownAge = 1, size = 0;
+  int scanAll = 0, status = 7;
+  String line = "", error = "";
+
+  long long Run() {
+    const TTextLogFilter first = {"ab", 0, 1, 0}, second = {"b", 0, 1, 0};
+    return CheckFileForExpression2(path.c_str(), position, knownSize, knownAge, first, second, 1, scanAll, status,
+                                   line, error, size);
+  }
+  // The same as it is promised, byte by byte.
+  long long Read(const std::string& bytes) {
+    long long result = 0, next = position;
+    for (std::string text; next < static_cast<long long>(bytes.size());) {
+      const char c = bytes[static_cast<size_t>(next++)];
+      const bool end = c == '\n' || c == '\r';
+      if (!end) text += c;
+      if (!end || text.empty()) continue;
+      const size_t one = text.find("ab"), two = text.find('b');
+      if (two != std::string::npos) {
+        result = position + 1 + static_cast<long long>(std::min(one, one == std::string::npos ? two : one));
+        status = one != std::string::npos;
+        line = Bytes(text);
+      }
+      position = next;
+      if (result && !scanAll) break;
+      text.clear();
+    }
+    return result;
+  }
+};
+
+TEST(TextLog, ReadsInBlocksAsByteByByte) {
+  const TScratch scratch;
+  std::mt19937 rng(5);
+  for (int i = 0; i < 600; i++) {
+    std::string bytes;
+    for (size_t n = rng() % 40; n > 0; n--) bytes += std::string("ab.\n\r\0", 6)[rng() % 6];
+    if (i % 9 == 0) bytes.insert(rng() % (bytes.size() + 1), 262144 * (rng() % 3 + 1) - rng() % 20, '.');
+    TCheck check = {scratch.Write("log", bytes), static_cast<long long>(rng() % (bytes.size() + 1))};
+    check.scanAll = rng() % 2;
+    TCheck model = check;
+    ASSERT_EQ(model.Read(bytes), check.Run()) << bytes;
+    EXPECT_TRUE(model.position == check.position && model.status == check.status && model.line == check.line);
+  }
+}
+
+TEST(TextLog, KeepsItsStateRules) {
+  const TScratch scratch;
+  const std::string log = scratch.Write("log", "old ab\nnew ab\n"), huge = scratch.Write("huge", "");
+  std::filesystem::resize_file(huge, 3u << 30);
+  mkfifo((scratch.path + "fifo").c_str(), 0600);
+  const std::string endless = scratch.Write("endless", std::string(kLongestLine + 1, 'b') + "\n..b\nb");
+  const std::pair<TCheck, const char*> rows[] = {
+      {{log, 5, 0}, "0, 13, 14 "},                        // first check: nothing is read
+      {{scratch.Write("empty", ""), 5, 0}, "0, -1, 0 "},  // and again, until there is content
+      {{log, 0, 14, FileAge(log.c_str())}, "0, 0, 14 "},  // unchanged
+      {{log, 99, 98}, "5, 7, 98 "},                       // cut; a match keeps it "changed"
+      {{log, 14, 98}, "0, 14, 14 "},                      // read to the end
+      {{endless}, "16777221, 16777222, 1 "},              // too long a line is counted, not reported
+      {{huge, 0, 0}, "0, 3221225471, 3221225472 "},
+      {{huge, 1LL << 31}, "-1, 2147483648, 1 fseek error"},
+      {{log, -1}, "-1, -1, 1 fseek error"},
+      {{scratch.path + "none"}, "-1, 0, 1 File \"none\" not found"},
+      {{scratch.path + "fifo"}, "-1, 0, 1 Cannot open file"},
+  };
+  for (auto [check, expected] : rows) {
+    const std::string result = std::to_string(check.Run()), place = ", " + std::to_string(check.position) + ", ";
+    EXPECT_EQ(expected, result + place + std::to_string(check.knownSize) + " " + check.error.CStr()) << check.path;
+  }
+}
+
+TEST(TextLog, AnswersAMatchAtATime) {
+  const TScratch scratch;
+  const std::string log = scratch.Write("l.log", "x\r\n1 Hit\r\n2 hit%0A\n3 hi");
+  const std::string rest = "    23\n1\n" + log + "\n", age = std::to_string(FileAge(log.c_str())) + "\n";
+  const auto ask = [&](const std::string& state) {
+    return ReplyOf(ProcessTest_TextLog2,
+                   scratch.path + "*.log\n" + state + "'hit' and%0A not 'x'\n1\n0\n1\n0\n\n\n\n\n\n0\n");
+  };
+  EXPECT_EQ("200\n     3\n1 Hit\n1\n     9\n     1\n     1\n" + rest, ask("0\n1\n1\n0\n"));
+  EXPECT_EQ("200\n    10\n2 hit%0A\n0\n    19\n    23\n" + age + rest, ask("9\n1\n1\n0\n"));
+  EXPECT_EQ("200\n    10\n2 hit%0A\n0\n    19\n    23\n" + age + rest, ask("0\n1\n1\n1\n"));
+  EXPECT_EQ("501\nWrong parameter", ask("0\n1x\n1\n1\n"));
+}
