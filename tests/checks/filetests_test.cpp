@@ -1,0 +1,84 @@
+#include "checks/filetests.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <regex>
+
+#include "core/closers.h"
+#include "core/treewalk.h"
+#include "tests/checks/scratch.h"
+#include "tests/core/tree.h"
+
+namespace {
+
+TEST(FileTests, AnswerInTheirForm) {
+  const TTree tree;
+  const std::string dir = tree.path, sub = tree.Add("sub/"), file = tree.Add("f.txt", "123456789", 1000000000);
+  const std::string longer = tree.Add("sub/4096", std::string(4096, 'x')), empty = tree.Add("sub/empty");
+  const struct {
+    void (*handler)(const BVRequest&, TAVReply&);
+    std::string parameters, reply;
+  } rows[] = {{ProcessTest_UNC, "/\\\n", "200\n *\\d+\n *\\d+\n *\\d+\n\\d+\n"},
+              {ProcessTest_UNC, dir + "none\n", "301\n"},
+              {ProcessTest_UNC, "\\\n", "501\nPath not specified"},
+              {ProcessTest_FolderSize, dir + "\n0\n", "200\n     9\n"},
+              {ProcessTest_FolderSize, dir + "none\n", "301\nFolder/File doesn`t exist or access denied"},
+              {ProcessTest_FolderSize, dir + "%newestfile%\n0\n\n\n\n\n\n1\n", "200\n     9\n"},
+              {ProcessTest_FileExists, dir + "%oldestfile%*\n\n\n\n\n\n1\n",
+               "200\n     9\n\\d{14}\n\\d{14}\n" + file + "\nmin\n\\d{8}\n"},
+              {ProcessTest_FileExists, "\n", "301\nno such file or acess denied"},
+              {ProcessTest_FileCRC, file + "\n", "200\n873187033\n"},  // 0x340BC6D9
+              {ProcessTest_FileCRC, longer + "\n", "301\nRead error"},
+              {ProcessTest_FileCRC, empty + "\n", "301\nRead error"},
+              {ProcessTest_FileCRC, "/dev/zero\n", "301\nRead error"},
+              {ProcessTest_FileCRC, "/proc/self/limits\n", "200\n *\\d+\n"},
+              {ProcessTest_FileCRC, sub + "fifo\n", "301\nCannot open file"},
+              {ProcessTest_FileCRC, "\n", "301\nFile is not specified"}};
+  ASSERT_EQ(0, mkfifo((sub + "fifo").c_str(), 0600));
+  {
+    TLock lock(optmutex);
+    TAVSettings.unc = TAVSettings.foldersize = TAVSettings.fileexists = TAVSettings.filecrc = 1;
+  }
+  for (const auto& row : rows) {
+    const std::string reply = ReplyOf(row.handler, row.parameters);
+    EXPECT_TRUE(std::regex_match(reply, std::regex(row.reply))) << row.parameters << reply;
+  }
+}
+
+TEST(FolderSize, CountsTheFilesThatAreAskedFor) {
+  const TTree tree;
+  for (const char* folder : {"sub/", "sub/*/", "sub/*/x/", "other/", "other/logs/", "other/logs/in/"})
+    tree.Add(folder);
+  const char* files[] = {"a.txt", "sub/b.txt", "sub/*/c.txt", "sub/*/x/c.txt", "other/b.dat", "other/logs/in/l"};
+  size_t size = 1;
+  for (const char* file : files) tree.Add(file, std::string(std::exchange(size, size * 2), 'x'));
+  ASSERT_EQ(0, symlink("other", (tree.path + "link").c_str()));
+  // The folder named "*" counts in the place of the one that it lies in.
+  const std::tuple<const char*, int, long long> rows[] = {
+      {"", 0, 1},      {"link", 0, 16}, {"*.txt", 0, 1}, {"*.txt", 1, 15}, {"", 1, 61},      {"logs", 1, 32},
+      {"logs", 0, -1}, {"a.txt", 0, 1}, {"none*", 0, 0}, {"none", 1, 0},   {"none/", 1, -1}, {"link/", 1, 48}};
+  for (const auto& [path, recursive, total] : rows)
+    EXPECT_EQ(total, GetFolderSize((tree.path + path).c_str(), recursive)) << path << " " << recursive;
+}
+
+TEST(FolderSize, ReachesBelowTheLongestPathWithFewDescriptors) {
+  constexpr int kLevels = 300;
+  const TTree tree, beside;
+  const std::string file = beside.Add("file", "x"), level(100, 'l');
+  TFd folder(open(tree.path.c_str(), O_DIRECTORY | O_CLOEXEC));
+  for (int i = 0; i < kLevels; i++) {
+    ASSERT_EQ(0, mkdirat(folder.Get(), level.c_str(), 0755) + mkdirat(folder.Get(), "beside", 0755));
+    ASSERT_EQ(0, linkat(AT_FDCWD, file.c_str(), folder.Get(), "beside/file", 0));
+    folder = TFd(openat(folder.Get(), level.c_str(), O_DIRECTORY | O_CLOEXEC));
+  }
+  rlimit before;
+  ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
+  const rlimit few = {2 * kWalkDescriptors, before.rlim_max};
+  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
+  EXPECT_EQ(kLevels, GetFolderSize(tree.path.c_str(), 1));
+  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
+}
+
+}  // namespace

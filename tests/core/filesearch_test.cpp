@@ -1,0 +1,42 @@
+#include "core/filesearch.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "tests/core/tree.h"
+
+namespace {
+
+using Names = std::map<std::string, int>;
+
+// Name and attributes of all that a search returns.
+Names Found(const std::string& pathAndMask, int attr) {
+  Names names;
+  TSearchRec rec;
+  const TSearchGuard guard(rec);
+  for (int found = FindFirst(pathAndMask.c_str(), attr, rec); found == 0; found = FindNext(rec))
+    names[rec.Name] = rec.Attr;
+  return names;
+}
+
+TEST(FileSearch, ReturnsWhatHasNoBitThatWasNotAskedFor) {
+  const TTree tree;
+  const std::string& dir = tree.path;
+  const std::string longest(255, 'n');
+  for (const char* name : {"y.txt", ".h.txt", "d.txt/", longest.c_str()}) tree.Add(name);
+  ASSERT_EQ(0, mkfifo((dir + "p").c_str(), 0600) + chmod(tree.Add("r").c_str(), 0400));
+  ASSERT_EQ(0, symlink("y.txt", (dir + "x.txt").c_str()) + symlink("d.txt", (dir + "l").c_str()));
+  const int unwritable = access((dir + "r").c_str(), W_OK) == 0 ? 0 : AttrReadOnly;  // root may write it
+
+  EXPECT_EQ((Names{{"y.txt", 0}, {".h.txt", AttrHidden}, {"d.txt", AttrDirectory}}), Found(dir + "*.txt", 63));
+  EXPECT_EQ((Names{{"p", AttrSystem}, {"r", unwritable}, {longest, 0}}), Found(dir + "[plrn]*", 127))
+      << "a link by no search";
+  EXPECT_EQ((Names{{".", 16}, {"..", 16}, {"d.txt", 16}, {"y.txt", 0}}), Found(dir + "*[.d]*", 16));
+  EXPECT_EQ(unwritable == 0, Found(dir + "r", 62).size() == 1);
+  TSearchRec rec;
+  EXPECT_EQ(ENOENT, FindFirst((dir + "none/*").c_str(), 63, rec));
+  EXPECT_TRUE(FindFirst((dir + "*.none").c_str(), 63, rec) == -1 && !rec.DirHandle);
+}
+
+}  // namespace

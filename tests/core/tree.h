@@ -1,0 +1,30 @@
+// A folder of its own for a test's files, gone with the object, however deep it has become.
+#pragma once
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <string>
+
+class TTree {
+ public:
+  TTree() { path = std::string(mkdtemp(name)) + "/"; }
+  ~TTree() { (void)!system(("rm -rf " + path).c_str()); }
+
+  // Makes a file, or a folder when the name ends in "/"; an mtime of 0 leaves the time as it is.
+  std::string Add(const std::string& file, const std::string& bytes = "", time_t mtime = 0) const {
+    const std::string full = path + file;
+    if (full.back() == '/') mkdir(full.c_str(), 0755);
+    std::ofstream(full, std::ios::binary) << bytes;  // fails on a folder
+    const timespec times[2] = {{mtime, 0}, {mtime, 0}};
+    if (mtime != 0) utimensat(AT_FDCWD, full.c_str(), times, 0);
+    return full;
+  }
+
+  std::string path;  // ends in "/"
+
+ private:
+  char name[32] = "/tmp/tav_tree_XXXXXX";
+};
