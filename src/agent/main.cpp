@@ -5,6 +5,7 @@
 
 #include <errno.h>
 #include <malloc.h>
+#include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/resource.h>
@@ -36,6 +37,7 @@ void PrepareProcess() {
   mallopt(M_TRIM_THRESHOLD, kLargeBlock);
   setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // a service manager reads the lines as they come
   tzset();
+  signal(SIGCHLD, SIG_DFL);  // inherited as ignored it would hide how children end
   rlimit files;
   if (getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur < files.rlim_max) {
     files.rlim_cur = files.rlim_max;

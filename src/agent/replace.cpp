@@ -7,12 +7,16 @@
 
 #include <initializer_list>
 
+#include "core/childstart.h"
+
 void ReplaceProcess(const char* path, char** argv, char** envp) {
   // What is ignored stays ignored across the replacement, and the mask stays as well.
   for (const int ignored : {SIGPIPE, SIGSEGV}) signal(ignored, SIG_DFL);
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
+
+  (void)setrlimit(RLIMIT_NOFILE, &DescriptorLimitAtStart());
 
   // A child that another session is just starting holds this program's descriptors for an instant; a script that
   // was open for writing a moment ago counts as busy so long.

@@ -5,6 +5,8 @@
 #include <sys/socket.h>
 
 #include <memory>
+#include <new>
+#include <utility>
 
 #include "agent/dispatch.h"
 #include "agent/flags.h"
@@ -98,8 +100,7 @@ bool ReceiveUpgrade(int fd, UpgradeRec& record, String& error) {
 
 // One request, answered; false when there is nobody to answer.
 bool Serve(TConnection& connection) {
-  BVRequest request(connection.packet);
-  connection.packet.Wipe();
+  BVRequest request(std::move(connection.packet));
   if (!request.ParseInitRequest(*PasswordInForce(), connection.peer)) {
     showmessage("<-- Invalid BV request received\n", connection.peer, mtInfo, 0);
     return false;

@@ -133,6 +133,10 @@ pid_t StartChild(const TChildPlan& plan) {
   return pid;
 }
 
+const rlimit& DescriptorLimitAtStart() {
+  return kDescriptorLimit;
+}
+
 void NoteFolder(char (&folder)[kNotePathSize]) {
   char relative[kNotePathSize];
   folder[0] = '\0';

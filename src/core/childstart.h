@@ -5,6 +5,7 @@
 // a FIFO, a working directory on a dead server) then falls under the caller's time-out.
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 #include "core/zostring.h"
@@ -30,6 +31,9 @@ struct TChildPlan {
 // descriptor limit that the agent began with, and no descriptor but 0, 1 and 2; argv[0] is looked up on the PATH.
 // Standard input stays closed when it has the path of an output: that file does not exist yet.
 pid_t StartChild(const TChildPlan& plan);
+
+// The limit of descriptors that the process began with.
+const rlimit& DescriptorLimitAtStart();
 
 // Where children leave the reason why they could not be executed: an absolute path with its slash, or empty.
 void NoteFolder(char (&folder)[kNotePathSize]);
