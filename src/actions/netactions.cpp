@@ -1,9 +1,8 @@
 #include "actions/netactions.h"
 
-#include <errno.h>
-#include <time.h>
 
 #include "config/settings.h"
+#include "core/clock.h"
 #include "net/syncsocket.h"
 #include "net/syslogsender.h"
 #include "protocol/results.h"
@@ -50,14 +49,6 @@ bool ReadSyslogOrder(const BVRequest& request, TSyslogOrder& order) {
          ReadInt(request, 4, order.severity) && order.severity >= 0 && order.severity <= 7;
 }
 
-void SleepSeconds(int seconds) {
-  timespec until = {};
-  clock_gettime(CLOCK_MONOTONIC, &until);
-  until.tv_sec += seconds;
-  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
-  }
-}
-
 }  // namespace
 
 void ProcessAct_TCPSend(const BVRequest& request, TAVReply& reply) {
@@ -71,7 +62,7 @@ void ProcessAct_TCPSend(const BVRequest& request, TAVReply& reply) {
   }
   if (socket.SendString(order.first, 0) <= 0) return Answer(reply, kNotExamined, socket.Error());
   if (order.second.Length() > 0) {
-    if (order.delaySeconds > 0) SleepSeconds(order.delaySeconds);
+    SleepUs(order.delaySeconds * 1000000LL);
     (void)socket.SendString(order.second, 0);  // the answer speaks of the first data
   }
   Answer(reply, kDone, "Data has been sent");

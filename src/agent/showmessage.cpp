@@ -1,6 +1,5 @@
 #include "agent/showmessage.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -12,6 +11,7 @@
 #include "core/diag.h"
 #include "core/mutex.h"
 #include "core/paths.h"
+#include "core/writeall.h"
 #include "net/resolver.h"
 
 namespace {
@@ -94,14 +94,8 @@ void writelog(const String& path, const char* line) {
   // Not blocking: a log that is a pipe without a reader must not hold up the agent.
   TFd file(open(name.CStr(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, kLogFileMode));
   if (!file.IsOpen()) return;
-  size_t left = strlen(line);
-  while (left > 0) {
-    const ssize_t n = write(file.Get(), line, left);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return;  // a full disk costs the line, nothing else
-    line += n;
-    left -= static_cast<size_t>(n);
-  }
+  (void)WriteAll(file.Get(), line,
+                 static_cast<long long>(strlen(line)));  // a full disk costs the line, nothing else
 }
 
 String PeerText(const String& text) {

@@ -1,6 +1,5 @@
 #include "agent/upgrade.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -12,6 +11,7 @@
 #include "core/paths.h"
 #include "core/tempdir.h"
 #include "core/tempfile.h"
+#include "core/writeall.h"
 #include "protocol/tav_const.h"
 
 namespace {
@@ -41,17 +41,6 @@ constexpr const char* kScript[] = {
     "rm ",
     "\n",
 };
-
-bool WriteAll(int fd, const char* data, int length) {
-  while (length > 0) {
-    const ssize_t n = write(fd, data, static_cast<size_t>(length));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    data += n;
-    length -= static_cast<int>(n);
-  }
-  return true;
-}
 
 // Without a temporary directory both files lie in the root directory.
 String ProgramPath() {

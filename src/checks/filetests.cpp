@@ -5,11 +5,11 @@
 #include <string.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
-#include <time.h>
 
 #include <memory>
 
 #include "config/settings.h"
+#include "core/clock.h"
 #include "core/filemacros.h"
 #include "core/filesearch.h"
 #include "core/inputfile.h"
@@ -26,14 +26,6 @@ constexpr const char* kNotAllowed = "test is not allowed";
 // The servers know a file's checksum as a sum over blocks of this size, of which the last must be a short one.
 constexpr long long kChecksumBlock = 2048;
 constexpr size_t kReadSize = 128 * 1024;  // large reads: the file goes by at the speed of the checksum
-
-int MillisecondsSince(const timespec& start) {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  const long long seconds = now.tv_sec - start.tv_sec;
-  const long long microseconds = now.tv_nsec / 1000 - start.tv_nsec / 1000;
-  return static_cast<int>(seconds * 1000 + microseconds / 1000);
-}
 
 // A file system may claim more bytes than a number can hold.
 long long Bytes(unsigned long long blocks, long long blockSize) {
@@ -204,13 +196,12 @@ void ProcessTest_UNC(const BVRequest& request, TAVReply& reply) {
   if (path.Length() == 0) return Answer(reply, kWrongParameter, "Path not specified");
 
   long long total = 0, free = 0, avail = 0;
-  timespec start;
-  clock_gettime(CLOCK_MONOTONIC, &start);
+  const long long startUs = MonotonicUs();
   if (!GetUNCDriveInfo(path.CStr(), total, free, avail)) {
     reply.SetResult(kNotExamined);  // the servers expect no text here
     return;
   }
-  const int elapsedMs = MillisecondsSince(start);
+  const int elapsedMs = ReportedMs(startUs, MonotonicUs());
   reply.SetResult(kDone);
   reply.AddIntParam(total);
   reply.AddIntParam(free);

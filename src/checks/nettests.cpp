@@ -1,10 +1,9 @@
 #include "checks/nettests.h"
 
-#include <time.h>
-
 #include <algorithm>
 
 #include "config/settings.h"
+#include "core/clock.h"
 #include "net/sockets.h"
 #include "protocol/results.h"
 #include "protocol/tav_const.h"
@@ -58,29 +57,16 @@ bool ReadUDPProbe(const BVRequest& request, TProbe& probe) {
   return probe.data.Length() > 0 && ReadSize(request, 6, probe.receiveSize);
 }
 
-timespec Now() {
-  timespec now = {};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now;
-}
-
-// Seconds and microseconds are taken apart and each is cut: that is how the reported figure has always been made.
-int ElapsedMs(const timespec& from, const timespec& to) {
-  const long long seconds = to.tv_sec - from.tv_sec;
-  const long long microseconds = to.tv_nsec / 1000 - from.tv_nsec / 1000;
-  return static_cast<int>(seconds * 1000 + microseconds / 1000);
-}
-
 using TExchange = int (*)(const char* host, int port, int timeout, const char* sendBuffer, char* receiveBuffer,
                           int sendLength, int receiveSize, String& error);
 
 TOutcome Try(TExchange exchange, TProbe& probe) {
   TOutcome outcome;
   outcome.answer.SetLength(probe.receiveSize);
-  const timespec start = Now();
+  const long long startUs = MonotonicUs();
   outcome.result = exchange(probe.host.CStr(), probe.port, probe.timeout, probe.data.Data(), outcome.answer.Data(),
                             probe.data.Length(), probe.receiveSize, outcome.error);
-  outcome.elapsedMs = ElapsedMs(start, Now());
+  outcome.elapsedMs = ReportedMs(startUs, MonotonicUs());
   outcome.answer.SetLength(probe.receiveSize > 0 ? std::max(outcome.result, 0) : 0);
   return outcome;
 }

@@ -7,7 +7,6 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,6 +17,7 @@
 #include "core/paths.h"
 #include "core/process.h"
 #include "core/tempfile.h"
+#include "core/writeall.h"
 #include "protocol/results.h"
 #include "protocol/tav_const.h"
 
@@ -56,17 +56,6 @@ struct TTempFile {
     return gettempfilename(path, sizeof(path), name);
   }
 };
-
-bool WriteAll(int fd, const char* bytes, int n) {
-  while (n > 0) {
-    const ssize_t written = write(fd, bytes, static_cast<size_t>(n));
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    bytes += written;
-    n -= static_cast<int>(written);
-  }
-  return true;
-}
 
 // Null when there are no results, or not ours.
 TFile OpenResults(const char* path) {

@@ -9,6 +9,7 @@
 
 #include "core/paths.h"
 #include "core/tempfile.h"
+#include "core/writeall.h"
 
 namespace {
 
@@ -29,17 +30,6 @@ void CopyRights(const TInputFile& old, int file) {
     mode &= ~static_cast<mode_t>(S_IRWXG);
   }
   (void)fchmod(file, mode);  // stays 0600 else
-}
-
-bool WriteAll(int file, const char* bytes, int n) {
-  while (n > 0) {
-    const ssize_t done = write(file, bytes, static_cast<size_t>(n));
-    if (done < 0 && errno == EINTR) continue;
-    if (done <= 0) return false;
-    bytes += done;
-    n -= static_cast<int>(done);
-  }
-  return true;
 }
 
 // Makes the renames last; a file system that cannot do this has nothing better to offer.

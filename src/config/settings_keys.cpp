@@ -136,20 +136,12 @@ void ResetSettings(TTAVSettings& settings) {
 
 void TakeFileValue(TTAVSettings& settings, const TSettingKey& key, const String& value) {
   if (key.field.number == &S::port && settings.port != 0) return;
-
-  switch (key.kind) {
-    case TSettingKind::kFlag:
-      settings.*key.field.number = value.Length() > 0 && value[1] == '1';
-      break;
-    case TSettingKind::kNumber:
-      settings.*key.field.number = tavDecodeInt(value);
-      break;
-    case TSettingKind::kText:
-      SetText(settings.*key.field.text, value);
-      break;
-    case TSettingKind::kAddresses:
-      settings.*key.field.text = tavDecodeStrings(value).Trim().RemoveRepeats(' ').ReplaceAll(" ", "\r\n", 1);
-      break;
+  if (key.kind == TSettingKind::kFlag) {
+    settings.*key.field.number = value.Length() > 0 && value[1] == '1';
+  } else if (key.kind == TSettingKind::kAddresses) {
+    settings.*key.field.text = tavDecodeStrings(value).Trim().RemoveRepeats(' ').ReplaceAll(" ", "\r\n", 1);
+  } else {
+    TakeRemoteValue(settings, key, value);
   }
 }
 

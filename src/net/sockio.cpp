@@ -6,19 +6,10 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <time.h>
 
 #include <algorithm>
 
-namespace {
-
-long long MonotonicUs() {
-  timespec now = {};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * 1000000LL + now.tv_nsec / 1000;
-}
-
-}  // namespace
+#include "core/clock.h"
 
 TDeadline::TDeadline(long long timeoutMs) : endUs(timeoutMs < 0 ? -1 : MonotonicUs() + timeoutMs * 1000) {}
 
