@@ -54,12 +54,7 @@ void TPidFile::createpidfile(const String& wanted) {
     showmessage("Failed to create pid file %s\n", kNoPeer, mtFailure, 1, path.CStr());
     return;
   }
-  struct flock lock = {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  // A lock of this open file, not of the process: that one would go with the first descriptor of the file that any
-  // session closes, a checksum of the pid file for one.
-  if (fcntl(file.Get(), F_OFD_SETLK, &lock) != 0) {
+  if (!KeepLocked()) {
     showmessage("Failed to lock pid file %s\n", kNoPeer, mtFailure, 1, path.CStr());
     file.Reset();
     return;
@@ -70,6 +65,14 @@ void TPidFile::createpidfile(const String& wanted) {
     showmessage("Failed to create pid file %s\n", kNoPeer, mtFailure, 1, path.CStr());
     file.Reset();
   }
+}
+
+bool TPidFile::KeepLocked() {
+  if (!file.IsOpen()) return true;
+  struct flock lock = {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  return fcntl(file.Get(), F_SETLK, &lock) == 0;
 }
 
 void TPidFile::closepidfile() {

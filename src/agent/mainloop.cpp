@@ -129,6 +129,7 @@ void TMainLoop::OncePerSecond() {
   if (now < nextTickMs) return;
   nextTickMs = now + kTickMs;
   ReapChildren();
+  (void)pidFile.KeepLocked();  // lost to another instance, it stays lost
   RefreshCrashRecord();
 }
 
