@@ -1,0 +1,38 @@
+// The lines of "GetInfo" and "GetSettings" taken apart.  No I/O.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "agent.h"
+#include "result.h"
+
+struct TSwitch {
+  std::string name;
+  bool on = false;
+};
+
+struct TAgentInfo {
+  std::vector<std::pair<std::string, std::string>> lines;  // name and value, in the agent's order
+  std::vector<TSwitch> tests, actions;
+
+  ~TAgentInfo();  // wipes: the settings hold the password
+
+  std::string Value(const std::string& name) const;  // empty when there is none
+  long long Number(const std::string& name) const;   // 0 when there is none
+};
+
+bool DecodeInfo(const TReply& reply, TAgentInfo& info, TFailure& failure);
+// Asks with "GetInfo" or "GetSettings".
+bool AskInfo(const TAgent& agent, const char* wire, TAgentInfo& info, TOutcome& outcome);
+
+// One way to wait for an agent: what of it is told apart.
+struct TRestart {
+  long long openedBefore = 0;  // connections that the old process had counted
+};
+
+// Asks until the agent answers or the time is over; with `restart`, until a process answers that is not the old
+// one. The last reason is in the outcome's failure.
+bool WaitForAgent(const TAgent& agent, long long forMs, const TRestart* restart, TAgentInfo& info,
+                  TOutcome& outcome);

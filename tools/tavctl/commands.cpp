@@ -1,0 +1,56 @@
+#include "commands.h"
+
+#include "text.h"
+
+TCommandRow Simple(const char* name, const char* help, const char* wire, std::vector<TArgRow> args, TBuild build,
+                   TDecode decode) {
+  TCommandRow row{name, help, std::move(args)};
+  row.wire = wire;
+  row.build = build;
+  row.decode = decode;
+  return row;
+}
+
+TCommandRow Custom(const char* name, const char* help, std::vector<TArgRow> args, TRun run) {
+  TCommandRow row{name, help, std::move(args)};
+  row.run = run;
+  return row;
+}
+
+const std::vector<TCommandRow>& AllCommands() {
+  static const std::vector<TCommandRow> all = [] {
+    using TGroup = std::vector<TCommandRow> (*)();
+    static const TGroup kGroups[] = {InfoCommands,      FileCommands,      LogCommands,  NetCommands,
+                                     ScriptCommands,    ActionCommands,    ListCommands, SettingsCommands,
+                                     LifecycleCommands, UpgradeCommands,   RawCommands,  ConfigCommands,
+                                     ExprCommands,      CompletionCommands};
+    std::vector<TCommandRow> rows;
+    for (const TGroup group : kGroups)
+      for (TCommandRow& row : group()) rows.push_back(std::move(row));
+    for (TCommandRow& row : rows)
+      if (row.confirm != TConfirm::kNever) row.args.push_back({"--yes", TArgKind::kFlag, "do not ask first"});
+    return rows;
+  }();
+  return all;
+}
+
+TOutcome RunCommand(const TCommandRow& row, TContext& context, const TArgs& args) {
+  TOutcome outcome;
+  if (row.run != nullptr) {
+    row.run(context, args, outcome);
+    return outcome;
+  }
+  TParams params;
+  row.build(args, params);
+  TReply reply;
+  if (!AskAgent(*context.agent, row.wire, params, reply, outcome, row.workMs == nullptr ? 0 : row.workMs(args)))
+    return outcome;
+  TReader reader(reply);
+  row.decode(reader, outcome.result);
+  if (!reader.Finish(outcome.failure)) outcome.result = TResult();
+  return outcome;
+}
+
+void Note(const TView& view, const std::string& text) {
+  if (!view.quiet) WriteErr(Visible(text) + "\n");
+}

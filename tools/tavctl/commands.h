@@ -1,0 +1,80 @@
+// The command table: a row names a command, its arguments, and how it is carried out.  The options parser, the help
+// and the completions all read it; adding a command is adding a row.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "agent.h"
+#include "args.h"
+#include "output.h"
+#include "result.h"
+
+// What a running command may use.  One for each host; nothing in it is shared but constants.
+struct TContext {
+  TView view;
+  const TAgent* agent = nullptr;  // null for a local command
+  std::string command;            // as the user named it: "test disk"
+};
+
+// Simple commands turn their arguments into parameters and the reply into a result.
+using TBuild = void (*)(const TArgs& args, TParams& params);
+using TDecode = void (*)(TReader& reply, TResult& result);
+using TWorkMs = long long (*)(const TArgs& args);  // how long the agent may be busy with it
+// The others do all of it themselves.
+using TRun = void (*)(TContext& context, const TArgs& args, TOutcome& outcome);
+
+enum class TConfirm {
+  kNever,
+  kOnTerminal,  // asks when there is somebody to ask
+  kAlways,      // without a terminal it takes --yes
+};
+
+struct TCommandRow {
+  const char* name;
+  const char* help;
+  std::vector<TArgRow> args;
+
+  const char* wire = nullptr;
+  TBuild build = nullptr;
+  TDecode decode = nullptr;
+  TWorkMs workMs = nullptr;
+  TRun run = nullptr;
+
+  bool local = false;    // asks no agent
+  bool oneHost = false;  // makes no sense with --hosts
+  TConfirm confirm = TConfirm::kNever;
+
+  TCommandRow& Local() { return local = true, *this; }
+  TCommandRow& OneHost() { return oneHost = true, *this; }
+  TCommandRow& Ask(TConfirm when) { return confirm = when, *this; }
+  TCommandRow& Works(TWorkMs time) { return workMs = time, *this; }
+};
+
+TCommandRow Simple(const char* name, const char* help, const char* wire, std::vector<TArgRow> args, TBuild build,
+                   TDecode decode);
+TCommandRow Custom(const char* name, const char* help, std::vector<TArgRow> args, TRun run);
+
+// The groups, each in a file of its own.
+std::vector<TCommandRow> InfoCommands();
+std::vector<TCommandRow> FileCommands();
+std::vector<TCommandRow> LogCommands();
+std::vector<TCommandRow> NetCommands();
+std::vector<TCommandRow> ScriptCommands();
+std::vector<TCommandRow> ActionCommands();
+std::vector<TCommandRow> ListCommands();
+std::vector<TCommandRow> SettingsCommands();
+std::vector<TCommandRow> LifecycleCommands();
+std::vector<TCommandRow> UpgradeCommands();
+std::vector<TCommandRow> RawCommands();
+std::vector<TCommandRow> ConfigCommands();
+std::vector<TCommandRow> ExprCommands();
+std::vector<TCommandRow> CompletionCommands();
+
+const std::vector<TCommandRow>& AllCommands();
+
+// Carries out a row; never throws.
+TOutcome RunCommand(const TCommandRow& row, TContext& context, const TArgs& args);
+// A line on standard error, unless the user wants quiet.
+void Note(const TView& view, const std::string& text);

@@ -1,0 +1,72 @@
+#include "inputfiles.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include "core/closers.h"
+#include "text.h"
+
+namespace {
+
+bool FailOn(const char* what, const std::string& path, TFailure& failure) {
+  return Fail(failure, TKind::kInput, std::string("cannot ") + what + " '" + path + "': " + strerror(errno));
+}
+
+bool WriteAll(int fd, const std::string& content) {
+  for (size_t done = 0; done < content.size();) {
+    const ssize_t n = write(fd, content.data() + done, content.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return false;
+    done += static_cast<size_t>(n);
+  }
+  return true;
+}
+
+// So that the new name survives a crash, too.
+void SyncFolder(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+  TFd fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (fd.IsOpen()) (void)fsync(fd.Get());
+}
+
+}  // namespace
+
+bool ReadInput(const std::string& path, long long limit, std::string& content, TFailure& failure) {
+  const bool standard = path == "-";
+  TFd opened(standard ? -1 : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (!standard && !opened.IsOpen()) return FailOn("open", path, failure);
+  const int fd = standard ? 0 : opened.Get();
+  struct stat info {};
+  if (!standard && (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)))
+    return Fail(failure, TKind::kInput, "'" + path + "' is no regular file");
+  content.clear();
+  std::string block(256 * 1024, '\0');
+  for (;;) {
+    const ssize_t n = read(fd, block.data(), block.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return FailOn("read", path, failure);
+    if (n == 0) return true;
+    content.append(block, 0, static_cast<size_t>(n));
+    if (static_cast<long long>(content.size()) > limit)
+      return Fail(failure, TKind::kInput, "'" + path + "' is larger than " + SizeText(limit),
+                  "agents take no more in one request");
+  }
+}
+
+bool WriteWhole(const std::string& path, const std::string& content, unsigned mode, TFailure& failure) {
+  const std::string beside = path + ".new" + std::to_string(getpid());
+  TFd fd(open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, static_cast<mode_t>(mode)));
+  if (!fd.IsOpen()) return FailOn("create", beside, failure);
+  const bool written = WriteAll(fd.Get(), content) && fsync(fd.Get()) == 0;
+  if (!written || rename(beside.c_str(), path.c_str()) != 0) {
+    FailOn("write", path, failure);
+    (void)unlink(beside.c_str());
+    return false;
+  }
+  SyncFolder(path);
+  return true;
+}

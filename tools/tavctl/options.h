@@ -1,0 +1,31 @@
+// The command line: global options, the command and its arguments.
+#pragma once
+
+#include <string>
+
+#include "commands.h"
+#include "secrets.h"
+
+inline constexpr int kDefaultPort = 1055;
+
+struct TOptions {
+  std::string host;  // empty: not given
+  int port = 0;      // 0: not given
+  long long timeoutMs = 10000;
+  TSecretSources secrets;
+  std::string hostsFile;
+  int jobs = 8;
+  TFormat format = TFormat::kTable;
+  bool noColour = false;
+  bool quiet = false;
+  bool verbose = false;
+};
+
+struct TInvocation {
+  TOptions options;
+  const TCommandRow* row = nullptr;  // null: help or the version was shown, nothing is left to do
+  TArgs args;
+};
+
+// False with a usage failure.  Prints help and version itself.
+bool ParseCommandLine(int argc, char** argv, TInvocation& invocation, TFailure& failure);

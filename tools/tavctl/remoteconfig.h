@@ -1,0 +1,42 @@
+// An agent's settings as a settings object of our own, filled and read through the agent's key table.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "agentinfo.h"
+#include "config/settings.h"
+#include "config/settings_keys.h"
+
+// The keys that an agent reports, in the order of its reports.
+const std::vector<const TSettingKey*>& ReportedKeys();
+
+// By key or by the server's name, letter case ignored; null when there is none.
+const TSettingKey* FindSetting(const std::string& name);
+// What it is called: its key, or the server's name for what is not in the file.
+std::string NameOf(const TSettingKey& key);
+bool IsSecret(const TSettingKey& key);
+
+// Asks with "GetSettings" and takes every reported value.
+bool FetchSettings(const TAgent& agent, TTAVSettings& settings, TOutcome& outcome);
+
+// A value as the configuration file holds it.
+std::string FileText(const TTAVSettings& settings, const TSettingKey& key);
+
+// One NAME=VALUE that was checked and is ready to be sent.
+struct TChange {
+  const TSettingKey* key = nullptr;
+  std::string value;  // as "SetSettings" takes it, line breaks encoded
+
+  TChange() = default;
+  TChange(const TChange&) = default;
+  TChange& operator=(const TChange&) = default;
+  ~TChange();  // wipes: it may be the new password
+};
+
+// Checks form and range; refuses names that cannot be set, and, unless `temporary`, those that no save writes.
+bool ParseChange(const std::string& assignment, bool temporary, TChange& change, TFailure& failure);
+// Checks the value of one setting and brings it into the form that is sent.
+bool CheckValue(const TSettingKey& key, const std::string& given, std::string& sent, TFailure& failure);
+// What the user should know about settings that are about to be in force; `own` is the address that the agent sees.
+std::vector<std::string> Warnings(TTAVSettings settings, const std::string& own);
