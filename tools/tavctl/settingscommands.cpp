@@ -110,7 +110,7 @@ bool ReadBack(TAgent& agent, const TTAVSettings& wanted, TTAVSettings& now, TOut
         return Fail(outcome.failure, TKind::kAgent,
                     "the agent could not open port " + std::to_string(wanted.port) + " and is back on " +
                         std::to_string(oldPort),
-                    "is another service on that port?");
+                    "is another service there? Set the old port again: the agent's file already holds the new one");
       return Fail(
           outcome.failure, TKind::kTimeout,
           "the agent answers neither on port " + std::to_string(wanted.port) + " nor on " + std::to_string(oldPort),
@@ -157,6 +157,7 @@ void RunSet(TContext& context, const TArgs& args, TOutcome& outcome) {
   TAgent agent = *context.agent;
   TTAVSettings now;
   if (!ReadBack(agent, wanted, now, outcome)) {
+    outcome.code.clear();
     outcome.failure.text = "set and saved, but it cannot be read back: " + outcome.failure.text;
     return;
   }
