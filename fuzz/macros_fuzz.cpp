@@ -1,0 +1,77 @@
+// A macro names the entry that a plain look at the folder finds, a wildcard its first match; what is left when a
+// path is expanded is what the standard library leaves.
+#include <fcntl.h>
+#include <fnmatch.h>
+#include <sys/stat.h>
+
+#include "core/filemacros.h"
+#include "core/paths.h"
+#include "fuzz/law.h"
+
+namespace fs = std::filesystem;
+
+static std::string MakeTree() {
+  static const TScratch scratch;
+  const std::string root = scratch.path + "/";
+  for (const char* folder : {"old", "new", "new/deep", "new/.x", "empty"}) fs::create_directory(root + folder);
+  fs::create_symlink("a.log", root + "link");
+  const std::pair<const char*, time_t> rows[] = {
+      {"a.log", 1000},  {"b.log", 2000}, {"B.txt", 1500}, {".hid", 2500}, {"old/x", 0},
+      {"old/y.y", 0},   {"old/z", 10},   {"new/a b", 30}, {"new/z", 20},  {"new/deep/%d", 5},
+      {"new/deep", 50}, {"new/.x", 60},  {"old", 100},    {"new", 9000}};
+  for (const auto& [name, time] : rows) {
+    std::ofstream file(root + name, std::ios::app);  // fails on a folder
+    const timespec times[2] = {{time, 0}, {time, 0}};
+    utimensat(AT_FDCWD, (root + name).c_str(), times, 0);
+  }
+  return root;
+}
+
+// The first entry but a link, in the folder's own order, that no later one surpasses.
+template <class TWanted, class TBetter>
+static std::string Choose(const std::string& folder, TWanted wanted, TBetter better) {
+  fs::directory_entry best;
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator(folder, error))
+    if (!entry.is_symlink() && wanted(entry) &&
+        (best.path().empty() || better(FileAge(entry.path().c_str()), FileAge(best.path().c_str()))))
+      best = entry;
+  return best.path().filename();
+}
+
+// Resolves the first macro of `rest` behind what is done, and those that follow.
+static bool Resolve(const std::string& done, const std::string& rest, std::string& result) {
+  std::string lower = rest, macro;
+  strlower(lower.data(), int(lower.size()));
+  size_t at = std::string::npos;
+  for (const std::string name : {"%newestfile%", "%oldestfile%", "%newestfolder%", "%oldestfolder%"})
+    if (lower.find(name) < at) at = lower.find(macro = name);
+  const std::string folder = done + rest.substr(0, at);
+  if (macro.empty()) return result = folder, true;
+  const std::string chosen = Choose(
+      folder, [&](const fs::directory_entry& entry) { return entry.is_directory() == (macro.size() == 14); },
+      [&](long long time, long long best) { return best == 0 || (macro[1] == 'n' ? time > best : time < best); });
+  return !chosen.empty() && Resolve(folder + chosen, rest.substr(at + macro.size()), result);
+}
+
+void Check(std::string input) {
+  static const std::string root = MakeTree();
+  input = root + input.c_str();
+  const String path = Str(input);
+  Require(ExtractFilePath(path) + ExtractFileName(path) == path);
+  // Names that begin with two dots have rules of their own, and lead out of the tree, where others work.
+  if (input.find("..") != std::string::npos) return;
+  const auto bare = [](const String& p) { return ExcludeTrailingPathDelimiter(p); };
+  if (input.find(".//") == std::string::npos)
+    Require(bare(ExpandFileName(path)) == bare(Str(fs::path(input).lexically_normal())));
+  std::string resolved;
+  Require(Std(GetFileUsingSpecialMacros(path)) == (Resolve("", input, resolved) ? resolved : input));
+  const std::string folder = input.substr(0, input.rfind('/') + 1), mask = input.substr(folder.size());
+  const std::string match = Choose(
+      folder,
+      [&](const fs::directory_entry& entry) {
+        return !entry.is_directory() && fnmatch(mask.c_str(), entry.path().filename().c_str(), 0) == 0;
+      },
+      [](long long, long long) { return false; });
+  Require(Std(GetFirstMatchedFile(path)) == (match.empty() ? "" : folder + match));
+}
