@@ -101,7 +101,7 @@ TEST(StringTest, ReplaceAllKeepsItsEndRule) {
   std::mt19937 random(7);
   const auto text = [&](unsigned most) {
     std::string s;
-    for (unsigned n = random() % (most + 1); n > 0; --n) s += static_cast<char>('a' + random() % 2);
+    for (auto n = random() % (most + 1); n > 0; --n) s += static_cast<char>('a' + random() % 2);
     return s;
   };
   for (int i = 0; i < 3000; ++i) {
