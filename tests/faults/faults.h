@@ -1,0 +1,83 @@
+// What the fault tests measure: a running agent as the kernel sees it, and whether others are still served.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <time.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <thread>
+
+#include "agent_fixture.h"
+
+namespace fs = std::filesystem;
+
+#ifdef TAV_SANITIZED
+constexpr bool kSanitized = true;  // slow, and its memory is not the agent's alone
+#else
+constexpr bool kSanitized = false;
+#endif
+constexpr double kPrompt = kSanitized ? 10 : 3;  // seconds, on a busy machine
+constexpr long kMostKib = 64 * 1024;
+
+inline void Sleep(double seconds) { std::this_thread::sleep_for(std::chrono::duration<double>(seconds)); }
+
+// A number from /proc/PID/status, such as "Threads:".
+inline long StatusOf(pid_t pid, const std::string& field) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/status");
+  long value = -1;
+  for (std::string word; value < 0 && in >> word;) {
+    if (word == field) in >> value;
+  }
+  return value;
+}
+
+inline long Descriptors(pid_t pid) {
+  return std::distance(fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd"), {});
+}
+
+inline double CpuSeconds(pid_t pid) {
+  clockid_t clock;
+  timespec used{};
+  if (clock_getcpuclockid(pid, &clock) == 0) clock_gettime(clock, &used);
+  return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
+}
+
+inline void Start(Agent& agent, const std::string& extra, const std::vector<std::string>& switches = {"-i"}) {
+  agent.Write("tav.cfg", agent.Defaults() + agent.At(extra));
+  agent.Launch(switches);
+}
+
+// Promptly, by an agent that has never held more memory than it may.
+inline void ExpectServed(const Agent& agent, int times = 1) {
+  for (int i = 0; i < times; ++i) {
+    const Stopwatch watch;
+    EXPECT_EQ("200", FirstLine(agent.Ask("GetInfo")));
+    EXPECT_LT(watch.Seconds(), kPrompt);
+  }
+  EXPECT_TRUE(kSanitized || StatusOf(agent.pid, "VmHWM:") < kMostKib) << StatusOf(agent.pid, "VmHWM:");
+}
+
+inline bool Tells(const Agent& agent, const std::string& line) {
+  return agent.Ask("GetInfo").find("\n" + line + "\n") != std::string::npos;
+}
+
+// No session but the one that asks.
+inline bool IsAlone(const Agent& agent) { return Tells(agent, "ActiveConnections=1"); }
+
+// Sends a request and takes its reply; the connection stays open for more.
+inline Socket Open(const Agent& agent, const std::string& text, std::string& reply) {
+  const Packet packet = Seal(text, agent.password, "session");
+  const Socket socket = Connect(agent.port);
+  socket.Send(packet.Bytes());
+  reply = ReadReply(socket, packet.session);
+  return socket;
+}
+
+inline std::vector<Socket> Crowd(const Agent& agent, size_t count) {
+  std::vector<Socket> crowd;
+  while (crowd.size() < count) crowd.push_back(Connect(agent.port));
+  return crowd;
+}

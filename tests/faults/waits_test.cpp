@@ -1,0 +1,83 @@
+// What the agent lets go of only after a while.  The longest wait begins before all other tests and runs beside them.
+#include <arpa/inet.h>
+#include <netinet/tcp.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+
+#include "faults.h"
+
+namespace {
+
+constexpr int kPeers = 8;
+constexpr double kGivenUpAfter = 60;  // seconds without progress
+
+// With a small window and small segments the buffers at both ends stay small: a reply of 1 MB does not fit in.
+Socket ConnectNarrowly(int port) {
+  const Socket out(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const int segment = 500, window = 4096;
+  setsockopt(out.Descriptor(), IPPROTO_TCP, TCP_MAXSEG, &segment, sizeof segment);
+  setsockopt(out.Descriptor(), SOL_SOCKET, SO_RCVBUF, &window, sizeof window);
+  sockaddr_in to{AF_INET, htons(static_cast<uint16_t>(port)), {htonl(INADDR_LOOPBACK)}, {}};
+  return connect(out.Descriptor(), reinterpret_cast<sockaddr*>(&to), sizeof to) == 0 ? out : Socket();
+}
+
+struct TNeverReading {
+  Agent agent{""};
+  long descriptors = Descriptors(agent.pid);
+  std::vector<Socket> peers;
+  Stopwatch since;
+};
+std::unique_ptr<TNeverReading> neverReading;
+
+class TLongWaits : public testing::Environment {
+ public:
+  void SetUp() override {
+    rlimit files;
+    getrlimit(RLIMIT_NOFILE, &files);
+    files.rlim_cur = files.rlim_max;  // for crowds of peers
+    setrlimit(RLIMIT_NOFILE, &files);
+
+    neverReading = std::make_unique<TNeverReading>();
+    const Agent& agent = neverReading->agent;
+    for (int i = 0; i < kPeers; ++i) {
+      neverReading->peers.push_back(ConnectNarrowly(agent.port));
+      const std::string text = "TEST-ShellScript\r\nseq 80000\r\n\r\n\r\n0\r\n9999999\r\n";
+      neverReading->peers.back().Send(Seal(text, agent.password, "session").Bytes());
+    }
+  }
+  void TearDown() override { neverReading.reset(); }
+};
+testing::Environment* const longWaits = testing::AddGlobalTestEnvironment(new TLongWaits);
+
+// Cure: idle threads end after a while, and every session closes what it opened.
+TEST(Waits, SessionsLeaveNoThreadDescriptorOrChild) {
+  Agent agent("");
+  const auto state = [&] {
+    return std::to_string(StatusOf(agent.pid, "Threads:")) + " threads, " + std::to_string(Descriptors(agent.pid)) +
+           " descriptors, " + std::to_string(Children(agent.pid).size()) + " children";
+  };
+  const std::string before = state();
+  std::vector<std::future<void>> sessions;
+  for (const std::string request : {"TEST-ShellScript|/bin/sh %script%|sleep 0.3||5|0", "TEST-ExternalPrg|sleep 1|||-1", "GetInfo",
+                                    "TEST-FolderSize|@|1", "SetSettings|Comment=x", "TEST-CPU", "TEST-TCP|127.0.0.1|1|500||0"}) {
+    for (int i = 0; i < 5; ++i) {
+      sessions.push_back(std::async(std::launch::async, [&agent, request] { EXPECT_NE("closed", agent.Ask(request)); }));
+    }
+  }
+  sessions.clear();
+  EXPECT_TRUE(WaitFor([&] { return state() == before; })) << state() << "; before: " << before;
+  EXPECT_TRUE(agent.TempFolderIsEmpty());
+}
+
+// Cure: sending has a deadline for progress.
+TEST(Waits, PeersThatNeverReadHoldUpNobodyAndAreGivenUp) {
+  const TNeverReading& begun = *neverReading;
+  EXPECT_TRUE(WaitFor([&] { return Tells(begun.agent, "ActiveConnections=" + std::to_string(kPeers + 1)); }));
+  ExpectServed(begun.agent, 20);
+  EXPECT_LT(begun.since.Seconds(), kGivenUpAfter) << "their sessions were still under way";
+  EXPECT_TRUE(WaitFor([&] { return IsAlone(begun.agent); }, kGivenUpAfter + 20));
+  EXPECT_GE(begun.since.Seconds(), kGivenUpAfter);
+  EXPECT_TRUE(WaitFor([&] { return Descriptors(begun.agent.pid) == begun.descriptors; }));
+}
+
+}  // namespace
