@@ -1,0 +1,64 @@
+// Real agents for the end-to-end tests: each has its own folder, port and configuration, and leaves nothing behind.
+// An agent and all that it starts carry the folder's name in their environment; orphans come back to the test
+// program, so the destructor finds and ends every one of them.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "peer.h"
+
+// Tables of tests are text: rows of "request => reply", parted by line ends or " ; ".  In both "|" parts lines and
+// "@" stands for the agent's folder.  A reply that begins with "~" is a regular expression.
+struct Exchange {
+  std::string request, reply;
+};
+std::vector<Exchange> Rows(const std::string& table);
+
+class Agent {
+ public:
+  Agent();  // a folder and a port, no process
+  explicit Agent(const std::string& extra, const std::vector<std::string>& switches = {"-i"});  // started
+  ~Agent();
+  Agent(const Agent&) = delete;
+  Agent& operator=(const Agent&) = delete;
+
+  // Starts the agent with the configuration that is there and waits until it listens; `extra` writes one before:
+  // usable defaults, then these lines.
+  void Launch(std::vector<std::string> arguments);
+  int Run(const std::vector<std::string>& arguments);      // to its end: the exit status, 256 + n for a signal n
+  int ExitStatus(pid_t process);                           // waits for the end; -1 when it does not come
+  std::string Defaults() const;                            // the lines that every configuration starts with
+  std::string Console() const { return Read("console"); }  // what the agent has printed
+  bool Shows(const std::string& text) const;               // waits for it on the console
+  size_t Count(const std::string& text) const;             // how often the console shows it
+  bool HandsOverFrom(pid_t before) const;                  // waits until the pid file names another process
+  pid_t PidInFile() const;                                 // 0 when there is none
+
+  // Files are relative to the agent's folder.
+  std::string At(std::string text) const;
+  void Write(const std::string& file, const std::string& content, long ageMinutes = 0) const;
+  void Append(const std::string& file, const std::string& content) const;
+  void Age(const std::string& file, long minutes) const;
+  std::string Read(const std::string& file) const;
+  bool TempFolderIsEmpty() const;  // waits for it
+
+  // One connection, one request, one reply as ReadReply gives it, and the peer's close.
+  std::string Ask(const std::string& request, const std::string& source = "127.0.0.1") const;
+  std::string AskRaw(const std::string& text, const std::string& source = "127.0.0.1") const;
+  void Expect(const std::string& request, const std::string& reply) const;
+  void ExpectRows(const std::string& prefix, const std::string& table) const;  // asks prefix + request of each row
+
+  std::string folder, program = TAV_BINARY, password = "secret";
+  int port;
+  pid_t pid = 0;
+
+ private:
+  void Spawn(const std::vector<std::string>& arguments);
+};
+
+int FreePort();
+std::vector<pid_t> Children(pid_t parent);
+std::string FirstLine(const std::string& text);

@@ -1,0 +1,110 @@
+// Probes and sends against real counterparts on the loopback interface.
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+
+#include <future>
+#include <regex>
+
+#include "agent_fixture.h"
+
+namespace {
+
+const std::string kNoHost(70, 'a');  // a label too long for any name server to be asked
+
+std::future<std::string> Asking(const Agent& agent, const std::string& request) {
+  return std::async(std::launch::async, [&agent, request] { return agent.Ask(request); });
+}
+
+std::string To(const char* command, int port) {
+  return std::string(command) + "|127.0.0.1|" + std::to_string(port) + "|";
+}
+
+// Takes one datagram and sends `answer` to where it came from.
+std::string TakeAndAnswer(const Socket& server, const std::string& answer) {
+  char data[512];
+  sockaddr_in from{};
+  socklen_t length = sizeof from;
+  const ssize_t n =
+      recvfrom(server.Descriptor(), data, sizeof data, 0, reinterpret_cast<sockaddr*>(&from), &length);
+  sendto(server.Descriptor(), answer.data(), answer.size(), 0, reinterpret_cast<sockaddr*>(&from), length);
+  return std::string(data, n > 0 ? static_cast<size_t>(n) : 0);
+}
+
+TEST(Network, TcpProbe) {
+  Agent agent("");
+  const Socket server = ServeTcp();
+  const std::string probe = To("TEST-TCP", server.Port());
+  std::future<std::string> silent = Asking(agent, probe + "1500||10"), answer;
+  const Socket held = Accept(server);  // answered never
+  answer = Asking(agent, probe + "0|PING%0D%0A|6");
+  Socket client = Accept(server);
+  EXPECT_EQ("PING\r\n", client.Receive());
+  client.Send("PONG\r\n");
+  EXPECT_TRUE(std::regex_match(answer.get(), std::regex("200\n[0-9]+\nPONG%0D%0A")));
+  answer = Asking(agent, probe + "5000||99999");
+  client = Accept(server);
+  client.Send(std::string(20000, 'x'));
+  EXPECT_LE(answer.get().size(), 8192u + 20);
+  answer = Asking(agent, probe + "5000||1");
+  client = Accept(server);
+  client = Socket();
+  EXPECT_EQ("301\n\n0", answer.get()) << "closed without a byte";
+  EXPECT_EQ("301\nTimeout\n0", silent.get());
+
+  agent.Expect(To("TEST-TCP", FreePort()) + "1000||0", "301||-6");
+  agent.Expect("TEST-TCP|" + kNoHost + "|80|1000||0", "301|Cannot resolve server name to IP address|-2");
+  agent.ExpectRows(probe, "1000||0 => ~200|[0-9]+| ; x||0 => 501|Wrong parameter ; 1000||x => 501|Wrong parameter");
+}
+
+TEST(Network, UdpProbe) {
+  Agent agent("");
+  const Socket server = ServeUdp(), mute = ServeUdp();
+  const std::string probe = To("TEST-UDP", mute.Port());
+  const Stopwatch watch;
+  std::future<std::string> silent = Asking(agent, probe + "300|2|hey|10");
+  std::future<std::string> answer = Asking(agent, To("TEST-UDP", server.Port()) + "5000|1|a%0Ab|3");
+  EXPECT_EQ("a\nb", TakeAndAnswer(server, "yes, more"));
+  EXPECT_TRUE(std::regex_match(answer.get(), std::regex("200\n[0-9]+\nyes")));
+  EXPECT_EQ("301\nTimeout\n0", silent.get());
+  EXPECT_GT(watch.Seconds(), 1.9) << "less than a second counts as one, twice";
+  EXPECT_EQ("heyhey", mute.Receive(1) + mute.Receive(1));
+  agent.ExpectRows(probe, R"(1000|1|x|0 => ~200|[0-9]+| ; 1000|0|x|0 => 501|Wrong parameter
+    1000|1||0 => 501|Wrong parameter ; 1000|x|x|0 => 501|Wrong parameter)");
+}
+
+TEST(Network, SendsOneOrTwoPieces) {
+  Agent agent("tcpudpaction=1\n");
+  const Socket server = ServeTcp(), datagrams = ServeUdp();
+  std::future<std::string> sent = Asking(agent, To("ACT-TCPUDPsend", server.Port()) + "0|one%0A|1|two");
+  const Socket client = Accept(server);
+  EXPECT_EQ("one\n", client.Receive());
+  const Stopwatch pause;
+  EXPECT_EQ("two", client.Receive());
+  EXPECT_GT(pause.Seconds(), 0.7);
+  EXPECT_EQ("200\nData has been sent", sent.get());
+  EXPECT_TRUE(client.EndsSilently());
+
+  const Stopwatch watch;
+  agent.Expect(To("ACT-TCPUDPsend", FreePort()) + "0|x|0|", "301");
+  agent.Expect(To("ACT-TCPUDPsend", FreePort()) + "1|x|0|", "200|Data has been sent");
+  agent.ExpectRows(To("ACT-TCPUDPsend", datagrams.Port()), R"(1|data|60| => 200|Data has been sent
+    0||0| => 501|Wrong parameter ; 0|x|x| => 501|Wrong parameter)");
+  agent.Expect("ACT-TCPUDPsend||9|0|x|0|", "501|Wrong parameter");
+  EXPECT_LT(watch.Seconds(), 30) << "without second data nothing waits";
+  EXPECT_EQ("data", datagrams.Receive());
+}
+
+TEST(Network, SyslogSendsOneDatagram) {
+  Agent agent("syslogaction=1\n");
+  const Socket server = ServeUdp();
+  agent.ExpectRows(To("ACT-Syslog", server.Port()), R"(
+    1|5|disk full%0Anow => 200|Syslog: Data to 127.0.0.1 has been sent ; 1|8|x => 501|Wrong parameter
+    1|-1|x => 501|Wrong parameter ; x|1|x => 501|Wrong parameter)");
+  agent.Expect("ACT-Syslog|" + kNoHost + "|514|1|5|x", "200|Syslog: Data to " + kNoHost + " has been sent");
+  const std::string datagram = server.Receive();
+  EXPECT_TRUE(std::regex_match(datagram, std::regex("<13>[A-Z][a-z]{2}[ 123][0-9] [0-2][0-9]:[0-5][0-9]:[0-5][0-9] "
+                                                    "[0-9]+(\\.[0-9]+){3} ZO TAV: disk full\nnow")))
+      << datagram;
+}
+
+}  // namespace

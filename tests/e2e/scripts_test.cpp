@@ -1,0 +1,96 @@
+// Running programs: the helper scripts, scripts that the server sends, and commands, with their time-outs.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <future>
+
+#include "agent_fixture.h"
+
+namespace {
+
+TEST(Scripts, HelpersAnswerWithWhatTheyPrint) {
+  const Agent agent("proccntscript=@/n.sh\ncpuusagescript=@/cpu.sh\nproclistscript=@/list.sh\n");
+  agent.Write("n.sh",
+              "#!/bin/sh\ncase $1 in text) echo none;; silent) ;; fails) echo 5; exit 9;; *) echo $#;; esac\n");
+  agent.Write("cpu.sh", "#!/bin/sh\ncat text\n");
+  agent.Write("list.sh", "#!/bin/sh\ncat text\n");
+  agent.ExpectRows("TEST-Process|", R"(
+    |one => 200|1 ; |one two three => 200|3 ; |$(echo a b) => 200|2 ; |fails => 200|5 ; |text => 301|Script error
+    |silent => 301|Script error ; one| => 501|Name of the process is not specified)");
+  // "^" stands for a line feed in what the script prints; the last line of a list comes twice.
+  for (const Exchange& row : Rows(R"(
+    TEST-CPU|12.5 % => 200|12.5000 ; TEST-CPU|- => 301|Script error ; GetProcessesList| => 200|
+    GetProcessesList|a^b => 200|a%0D%0Ab%0D%0A ; GetProcessesList|a^b^ => 200|a%0D%0Ab%0D%0Ab%0D%0A
+    GetProcessesList|a^^ => 200|a%0D%0A)")) {
+    const size_t bar = row.request.find('|');
+    std::string text = row.request.substr(bar + 1);
+    for (char& c : text) c = c == '^' ? '\n' : c;
+    agent.Write("text", text);
+    agent.Expect(row.request.substr(0, bar), row.reply);
+  }
+  for (const char* script : {"@/n.sh", "@/cpu.sh", "@/list.sh"}) std::filesystem::remove(agent.At(script));
+  agent.ExpectRows("", R"(TEST-Process||one => 301|ProcCnt script doesn't exist
+    TEST-CPU => 301|CPUUsage script doesn't exist ; GetProcessesList => 301|ProcList script doesn't exist)");
+  EXPECT_TRUE(agent.TempFolderIsEmpty());
+}
+
+TEST(Scripts, CommandsAndSentScriptsAnswerWithTheirOutcome) {
+  Agent agent("executeaction=1\n");
+  agent.Write("wd/marker", "");
+  agent.Write("plain", "not a program");
+  for (const Exchange& row : Rows(R"(
+    sh -c 'exit 3' => 200|3 ; true => 200|0 ; sh -c 'exit 255' => 200|255 ; sh -c 'test "$1" = "b c"' x 'b c' => 200|0
+    sh -c 'exit $#' 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 23 24 => 200|19
+    sh -c 'kill -9 $$' => 301|abnormal termination ; /no/such => 301|exec error: No such file or directory
+    @/plain => 301|exec error: Permission denied)")) {
+    agent.Expect("TEST-ExternalPrg|" + row.request + "|||0", row.reply);
+    agent.Expect("ACT-ExternalCmd|" + row.request + "||0|0", row.reply);
+  }
+  std::string numbers;
+  for (int i = 1; i <= 5000; ++i) numbers += std::to_string(i) + "%0D%0A";
+  agent.Expect("TEST-ShellScript|sh %script% |seq 5000||0|100000", "200|5000|" + numbers);
+  agent.ExpectRows("", R"(
+    TEST-ExternalPrg||||0 => 501 ; TEST-ExternalPrg|true|||x => 501|Wrong parameter
+    ACT-ExternalCmd|test -f marker|@/wd|0|0 => 200|0 ; ACT-ExternalCmd|true|/no/such|0|0 => 200|0
+    ACT-ExternalCmd|true||x|0 => 501|Wrong parameter ; ACT-ExternalCmd|true||0|x => 501|Wrong parameter
+    TEST-ShellScript|sh %script% %params% |echo a%0D%0Aecho scriptres:5 $1%0D%0Aecho b|p|5|1 => 200|scriptres:5 p|a%0D%0A
+    TEST-ShellScript|sh %script% a|echo SCRIPTRES:1; echo; echo ' a '||5|2 => 200|SCRIPTRES:1|SCRIPTRES:1%0D%0Aa%0D%0A
+    TEST-ShellScript|sh %script% a|echo one; echo two >&2; exit 7||0|0 => 200|two|
+    TEST-ShellScript|%SCRIPT% a|#!/bin/sh%0Aecho $#||x|0 => 200|1|
+    TEST-ShellScript|%script%|true||0|0 => 301|Script execution error: exec error: No such file or directory
+    TEST-ShellScript|echo as it stands|no script||0|1 => 200|as it stands|as it stands%0D%0A)");
+  EXPECT_TRUE(agent.TempFolderIsEmpty());
+}
+
+TEST(Scripts, TimeOutsEndOnlyWhatTheyShould) {
+  const Agent agent("cpuusagescript=@/cpu.sh\n");
+  agent.Write("cpu.sh", "#!/bin/sh\nsleep 60\n");
+  const struct {
+    const char* request;
+    const char* reply;
+    double least, most;  // seconds
+  } rows[] = {
+      {"TEST-CPU", "301|Cannot execute script", 8, 12},
+      {"TEST-ExternalPrg|sleep 60|||1500", "301|abnormal termination", 1, 5},
+      {"TEST-ExternalPrg|sh -c 'sleep 60; true'|||1", "301|abnormal termination", 0, 3},
+      {"TEST-ExternalPrg|sleep 3|||0", "200|0", 3, 6},
+      {"TEST-ExternalPrg|sleep 4|||-1", "200|0", 0.9, 3.5},
+      {"TEST-ExternalPrg|sh -c 'exit 4'|||-1", "200|4", 0, 3},
+      {"TEST-ExternalPrg|/no/such|||-1", "301|exec error", 0, 3},
+      {"TEST-ShellScript|sh %script% a|sleep 60||2|0", "301|Script execution error: abnormal termination", 2, 6},
+      {"TEST-ShellScript|sh %script% a|sleep 60||-5|0", "301|Script execution error: abnormal termination", 0, 3},
+  };
+  std::vector<std::future<void>> runs;
+  for (const auto& row : rows) {
+    runs.push_back(std::async(std::launch::async, [&agent, &row] {
+      const Stopwatch watch;
+      agent.Expect(row.request, row.reply);
+      EXPECT_TRUE(watch.Seconds() >= row.least && watch.Seconds() <= row.most) << row.request << watch.Seconds();
+    }));
+  }
+  for (auto& run : runs) run.get();
+  EXPECT_TRUE(WaitFor([&] { return Children(agent.pid).empty(); })) << "no child and no zombie stays";
+  EXPECT_TRUE(agent.TempFolderIsEmpty());
+}
+
+}  // namespace

@@ -1,0 +1,88 @@
+// The text log test: the state that travels with the server, lines that come and go, filters and expressions.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <sstream>
+
+#include "agent_fixture.h"
+
+namespace {
+
+// The server's side of one watched file.
+struct Watch {
+  const Agent& agent;
+  std::string file, filter = "error|0|1|0|0", state = "0|0|0", scanAll = "0";
+
+  // The result, more, status, position and line; the state is kept for the next check.
+  std::string Check() {
+    const std::string reply = agent.Ask("TEST-TextLog2|" + file + "|" + state + "|" + scanAll + "|" + filter);
+    std::istringstream in(reply);
+    std::string code, result, line, more, position, size, age, fileSize, status;
+    in >> code >> result;
+    in.ignore(1);
+    std::getline(in, line) >> more >> position >> size >> age >> fileSize >> status;
+    if (code != "200") return reply;
+    state = position + "|" + size + "|" + age;
+    return result + " " + more + " " + status + " " + position + " " + line;
+  }
+};
+
+TEST(TextLog, FollowsAFileThatGrowsIsCutAndIsReplaced) {
+  Agent agent("");
+  Watch watch{agent, "@/log.txt"};
+  agent.Write("log.txt", "old error\n");
+  EXPECT_EQ("0 0 0 9 ", watch.Check()) << "what was there before is never told";
+  agent.Append("log.txt", "new error one\nfine\nerror two\n");
+  EXPECT_EQ("14 1 1 24 new error one", watch.Check()) << "the old line's end counts with the new line";
+  EXPECT_EQ("30 0 1 39 error two", watch.Check());
+  EXPECT_EQ("0 0 0 39 ", watch.Check()) << "unchanged";
+  agent.Append("log.txt", "half an err");
+  EXPECT_EQ("0 0 0 39 ", watch.Check());
+  agent.Append("log.txt", "or\nERROR\n");
+  EXPECT_EQ("48 0 1 59 half an error", watch.Check());
+  watch.scanAll = "1";
+  agent.Append("log.txt", "1st error\r\n2nd error\r\rno end error");
+  EXPECT_EQ("74 0 1 80 2nd error", watch.Check());
+  agent.Write("log.txt", "short error\n");
+  EXPECT_EQ("7 0 1 12 short error", watch.Check()) << "shorter than the position: from the start";
+  ASSERT_EQ(0, rename(agent.At("@/log.txt").c_str(), agent.At("@/log.1").c_str()));
+  EXPECT_EQ("301\nFile does not exist", watch.Check());
+  agent.Write("log.txt", "an error\n");
+  EXPECT_EQ("4 0 1 9 an error", watch.Check()) << "the first file was renamed away";
+  agent.Write("long.txt", "\n\r\n" + std::string(30000, 'x') + " error\nend\n");
+  Watch whole{agent, "@/long.txt", "error|0|1|0", "0|1|1"};
+  EXPECT_EQ("30002 0 1 30014 " + std::string(1024, 'x'), whole.Check());
+}
+
+TEST(TextLog, ParametersFiltersAndExpressions) {
+  Agent agent("");
+  agent.Write("exact.txt", "0123456789\n", 60);
+  agent.Write("logs/only.log", "");
+  agent.ExpectRows("TEST-TextLog2|@/", R"(
+    exact.txt|0|0|0|0|x|0|0|0|0 => ~200|     0||0|    10|    11|[0-9]{10}|    11|0|@/exact.txt
+    exact.txt|0|1|1|1|34|0|0|0| => ~200|     4|0123456789|0|    11|    11|[0-9]{10}|    11|1|@/exact.txt
+    logs/*.log|0|0|0|0|x|0|0|0|0 => ~200|     0||0|    -1|     0|[0-9]{10}|     0|0|@/logs/only.log
+    logs/%newestfile%|0|0|0|0|x|0|0|0|0||||||1 => ~200|     0|[-0-9| ]*@/logs/only.log
+    none|0|0|0|0|x|0|0|0|0||||||1 => 301|File "none" not found
+    none|0|0|0|0|x|0|0|0|1|y|0|0|0||||||1 => 301|File "none" not found
+    none|0|0|0|0|x|0|0|0|1|y|0|0|0||1 => 301|File does not exist ; exact.txt|x|0|0 => 501|Wrong parameter
+    exact.txt|0|+5|0 => 501|Wrong parameter ; exact.txt|0|0|1 2 => 501|Wrong parameter)");
+
+  // Expression, mode, case, whole word, second filter => result, more, status, position.  Chains go from left to
+  // right, "not" reaches to the end of its group, a bare number loses both end digits.
+  agent.Write("lines.txt", "alpha beta 12345\n");
+  for (const Exchange& row : Rows(R"(
+    BETA|0|0|0 => 7 0 1 17 ; BETA|0|1|0 => 0 0 0 17 ; bet|0|1|1 => 0 0 0 17 ; beta|0|1|1 => 7 0 1 17
+    gamma|0|1|0|1|beta|0|1|0 => 7 0 0 17 ; alpha|0|1|0|1|beta|0|1|0 => 1 0 1 17 ; 'beta'|0|1|0 => 0 0 0 17
+    'beta'|1|1|0 => 1 0 1 17 ; "beta"|1|1|0 => 1 0 1 17 ; 'BETA'|1|0|1 => 1 0 1 17 ; 'a'and'b'|1|1|0 => 1 0 1 17
+    'gamma' or 'alpha' and 'beta'|1|1|0 => 1 0 1 17 ; 'alpha' or 'beta' and 'gamma'|1|1|0 => 0 0 0 17
+    not 'gamma' or 'beta'|1|1|0 => 0 0 0 17 ; (not 'gamma') and 'beta'|1|1|0 => 1 0 1 17
+    'alpha' AND 'beta'|1|1|0 => 1 0 1 17 ; (345)|1|1|0 => 1 0 1 17 ; (367)|1|1|0 => 0 0 0 17
+    alpha|1|1|0 => 0 0 0 17 ; 'alpha')|1|1|0 => 0 0 0 17 ; ('alpha'|1|1|0 => 0 0 0 17 ; 'alpha|1|1|0 => 0 0 0 17
+    'alpha' 'beta'|1|1|0 => 0 0 0 17 ; and 'alpha'|1|1|0 => 0 0 0 17 ; |1|1|0 => 0 0 0 17)")) {
+    const std::string got = Watch{agent, "@/lines.txt", row.request, "0|1|1", "1"}.Check();
+    EXPECT_EQ(row.reply + (row.reply[0] == '0' ? " " : " alpha beta 12345"), got) << row.request;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,104 @@
+// The remote upgrade: sizes, the one at a time, the digest, and an agent that comes back as the program it was
+// sent.
+#include <gtest/gtest.h>
+
+#include "agent_fixture.h"
+
+namespace {
+
+const char kSession[] = "upgrade session", kRefused[] = "501\nWrong file parameter(s)";
+
+// Starts a transfer, once the one before it has been let go; its reply must be `want`.
+Socket Begin(const Agent& agent, size_t size, const std::string& want = "200") {
+  Socket socket;
+  std::string reply;
+  EXPECT_TRUE(WaitFor([&] {
+    socket = Connect(agent.port);
+    socket.Send(Seal("UpgradeCode\r\n" + std::to_string(size) + "\r\n", agent.password, kSession).Bytes());
+    return (reply = ReadReply(socket, kSession)) != "302";
+  }));
+  EXPECT_EQ(want, reply) << size;
+  return socket;
+}
+
+std::string Digest(const std::string& file) {
+  return Cipher(Direction::kSeal, Md5(file), kSession);
+}
+
+TEST(Upgrade, SizesAndDigestsAreCheckedAndOneRunsAtATime) {
+  Agent agent("");
+  Begin(agent, 100, kRefused);
+  Begin(agent, 10485760, kRefused);
+  Begin(agent, 101);
+  Begin(agent, 10485759);
+  const std::string file(300, 'n');
+  const Socket first = Begin(agent, 300);
+  first.Send(file.substr(100));
+  agent.Expect("UpgradeCode|300", "302");
+  first.Send(file.substr(200));
+  ASSERT_TRUE(WaitUntilTaken(first));
+  first.Send(Digest(file).substr(0, 8));
+  EXPECT_EQ("300\nWrong CRC", ReadReply(first, kSession)) << "a digest in two chunks";
+  for (const std::string& digest : {Digest("other"), Digest(file) + "x", std::string("x")}) {
+    const Socket next = Begin(agent, file.size());
+    next.Send(file + digest);
+    EXPECT_EQ("300\nWrong CRC", ReadReply(next, kSession));
+    EXPECT_TRUE(next.EndsSilently());
+  }
+  EXPECT_TRUE(agent.TempFolderIsEmpty());
+  EXPECT_EQ(0u, agent.Count("Upgrade request received"));
+}
+
+TEST(Upgrade, HandsOverToWhatItReceived) {
+  const struct {
+    size_t size;
+    const char* first;
+    size_t tail;  // bytes of the file that share a chunk with the digest
+  } rows[] = {{300, "200", 0}, {300, "200", 1}, {100, kRefused, 1}};  // refused, the transfer runs all the same
+  for (const auto& row : rows) {
+    Agent agent;
+    agent.Write("old", "the program before");
+    agent.Write("tav.cfg", agent.Defaults() + agent.At("tavpath=@/old\n"));
+    agent.Launch({"-i", "-v"});
+    std::string file = "#!/bin/sh\necho $* >args\n";  // notes its arguments
+    file.resize(row.size, '#');
+    Socket socket = Begin(agent, row.size, row.first);
+    socket.Send(file.substr(0, file.size() - row.tail));
+    ASSERT_TRUE(WaitUntilTaken(socket));
+    socket.Send(file.substr(file.size() - row.tail) + Digest(file));
+    EXPECT_EQ("200", ReadReply(socket, kSession));
+    EXPECT_TRUE(socket.EndsSilently());
+    socket = Socket();
+    EXPECT_TRUE(WaitFor([&] { return agent.Read("args") == agent.At("-i -v @/tav.cfg\n"); })) << agent.Console();
+    EXPECT_EQ(file, agent.Read("old"));
+    EXPECT_TRUE(agent.Shows("Upgrade request received. Executing..\n"));
+    EXPECT_TRUE(agent.TempFolderIsEmpty()) << "the script deletes itself";
+    agent.Expect("GetInfo", "refused");
+  }
+}
+
+TEST(Upgrade, ADaemonComesBackOnItsPortWithItsArguments) {
+  Agent agent;
+  agent.program = agent.At("@/prog");
+  // Without symbols: what the tests run may be larger than an upgrade can carry.
+  ASSERT_EQ(0, system(("strip -o " + agent.program + " " + TAV_BINARY).c_str()));
+  const std::string file = agent.Read("prog") + "a later build", port = std::to_string(agent.port);
+  agent.Write("tav.cfg", "port=1\n" + agent.Defaults());
+  agent.Launch({"-d", "-v", "-p", port});
+  const pid_t before = agent.PidInFile();
+  Socket socket = Begin(agent, file.size());
+  ASSERT_TRUE(socket.Send(file) && WaitUntilTaken(socket));
+  socket.Send(Digest(file));
+  EXPECT_EQ("200", ReadReply(socket, kSession));
+  socket = Socket();
+  EXPECT_TRUE(agent.HandsOverFrom(before));
+  EXPECT_EQ("200", FirstLine(agent.Ask("GetInfo")));
+  EXPECT_EQ(file, agent.Read("prog"));
+  EXPECT_TRUE(agent.TempFolderIsEmpty());
+  std::string arguments = agent.Read("../../proc/" + std::to_string(agent.PidInFile()) + "/cmdline");
+  for (char& c : arguments) c = c == '\0' ? '|' : c;
+  EXPECT_EQ(agent.program + "|-d|-v|-p|" + port + "|" + agent.folder + "/tav.cfg|", arguments);
+  agent.Expect("QUIT", "200|Ok");
+}
+
+}  // namespace

@@ -1,0 +1,112 @@
+// The wire: which packets are whole, which are refused, how they may arrive, and when a silent peer is let go.
+#include <gtest/gtest.h>
+#include <nettle/twofish.h>
+
+#include <cstring>
+#include <thread>
+
+#include "agent_fixture.h"
+
+namespace {
+
+TEST(Wire, ThePeersTwofishIsThePublishedOne) {
+  // "Twofish: A 128-Bit Block Cipher", the vector of the 192-bit key.
+  const char* key =
+      "\x01\x23\x45\x67\x89\xAB\xCD\xEF\xFE\xDC\xBA\x98\x76\x54\x32\x10\x00\x11\x22\x33\x44\x55\x66\x77";
+  uint8_t block[TWOFISH_BLOCK_SIZE] = {};
+  twofish_ctx schedule;
+  twofish192_set_key(&schedule, reinterpret_cast<const uint8_t*>(key));
+  twofish_encrypt(&schedule, sizeof block, block, block);
+  EXPECT_EQ(0, memcmp("\xCF\xD1\xD2\xE5\xA9\xBE\x9C\xDF\x50\x1F\x13\xB8\x92\xBD\x22\x48", block, sizeof block));
+  EXPECT_EQ("text", Cipher(Direction::kOpen, Cipher(Direction::kSeal, "text", ""), ""));
+}
+
+TEST(Wire, OneWrongFieldIsEnoughToRefuseAPacket) {
+  const struct {
+    const char* what;
+    const char* reply;  // its first line; "refused" and "waits" both end in a closed connection
+    void (*change)(Packet&);
+  } rows[] = {
+      {"nothing", "200", [](Packet&) {}},
+      {"first signature byte", "refused", [](Packet& p) { p.signature[0] = 4; }},
+      {"second signature byte", "refused", [](Packet& p) { p.signature[1] = 19; }},
+      {"a bit of the proof", "refused", [](Packet& p) { p.proof[15] = static_cast<char>(p.proof[15] ^ 1); }},
+      {"proof of 15 bytes", "refused", [](Packet& p) { p.proof.pop_back(); }},
+      {"proof of 17 bytes", "refused", [](Packet& p) { p.proof += 'x'; }},
+      {"no proof", "refused", [](Packet& p) { p.proof.clear(); }},
+      {"another password", "refused", [](Packet& p) { p = Seal("GetInfo\r\n", "Secret", "k"); }},
+      {"proof length beyond the packet", "refused", [](Packet& p) { p.proofShift = 65519; }},
+      {"key length beyond the packet", "refused", [](Packet& p) { p.keyShift = 60000; }},
+      {"text length one more", "refused", [](Packet& p) { p.textShift = 1; }},
+      {"text length all ones", "refused", [](Packet& p) { p.textShift = 0xFFFFFFFFLL - 9; }},
+      {"packet length one less", "refused", [](Packet& p) { p.packetShift = -1; }},
+      {"packet length one more", "waits", [](Packet& p) { p.packetShift = 1; }},
+      {"packet length of 4 GiB", "waits", [](Packet& p) { p.packetShift = 0xFFFFFF00LL; }},
+      {"three fields empty", "refused", [](Packet& p) { p.proof = p.key = p.text = ""; }},
+      {"counted bytes behind the text", "200", [](Packet& p) { p.tail = "xyz"; }},
+      {"uncounted bytes behind the text", "refused", [](Packet& p) { p.tail = "xyz", p.packetShift = -3; }},
+      {"text length one less", "200", [](Packet& p) { p.textShift = -1; }},
+      {"empty text", "502", [](Packet& p) { p.text.clear(); }},
+      {"empty session key", "200", [](Packet& p) { p = Seal("GetInfo\r\n", "secret", ""); }},
+      {"long key", "200", [](Packet& p) { p = Seal("GetInfo\r\n", "secret", std::string(60000, 'k')); }},
+      {"long text", "200", [](Packet& p) { p = Seal("GetInfo\r\n" + std::string(300000, 'x'), "secret", "k"); }},
+  };
+  Agent agent("timeout=1000\n");
+  std::vector<std::pair<Socket, Packet>> sent;  // all at once: some wait for their time-out
+  size_t refused = 0;
+  for (const auto& row : rows) {
+    sent.emplace_back(Connect(agent.port), Seal("GetInfo\r\n", "secret", "a session key"));
+    row.change(sent.back().second);
+    sent.back().first.Send(sent.back().second.Bytes());
+    refused += row.reply == std::string("refused");
+  }
+  for (size_t i = 0; i < sent.size(); ++i) {
+    const std::string want = isdigit(rows[i].reply[0]) ? rows[i].reply : "closed";
+    EXPECT_EQ(want, FirstLine(ReadReply(sent[i].first, sent[i].second.session))) << rows[i].what;
+  }
+  EXPECT_TRUE(WaitFor([&] { return agent.Count("<-- Invalid BV request received\n") == refused; }));
+}
+
+TEST(Wire, ACommandLineNeedsACarriageReturnAndIsTrimmed) {
+  Agent agent("");
+  // "|" stands for a carriage return, "^" for a line feed.
+  for (Exchange& row : Rows(R"(GetInfo|^ => 200 ; GetInfo| => 200 ; GetInfo^x| => 200 ;  GetInfo |^ => 200
+    GetInfo => 502 ; GetInfo^ => 502 ; getinfo|^ => 500 ; GetInfo x|^ => 500 ; |^ => 500 ; TEST-TextLog|^1 => 500)")) {
+    for (char& c : row.request) c = c == '|' ? '\r' : c == '^' ? '\n' : c;
+    EXPECT_EQ(row.reply, FirstLine(agent.AskRaw("\t" + row.request))) << row.request;
+  }
+}
+
+TEST(Wire, APacketMayComeInPiecesEachInTimeAndMoreBytesAreIgnored) {
+  Agent agent("timeout=2000\n");
+  const std::string bytes = Seal("TEST-ExternalPrg\r\nsleep 1\r\n\r\n\r\n0\r\n", "secret", "key").Bytes();
+  const Socket bytewise = Connect(agent.port);
+  for (const char byte : bytes) ASSERT_TRUE(bytewise.Send(std::string(1, byte)));
+  ASSERT_TRUE(WaitUntilTaken(bytewise));
+  bytewise.Send(std::string(5000, 'x'));  // unread, they must not reset the reply away
+  EXPECT_EQ("200\n0", ReadReply(bytewise, "key"));
+
+  const Socket slow = Connect(agent.port);
+  for (size_t at = 0; at < bytes.size(); at += bytes.size() / 5 + 1) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(at == 0 ? 0 : 600));  // together more than the time-out
+    ASSERT_TRUE(slow.Send(bytes.substr(at, bytes.size() / 5 + 1)));
+  }
+  EXPECT_EQ("200\n0", ReadReply(slow, "key"));
+}
+
+TEST(Wire, ASilentPeerIsLetGoAndHoldsUpNobody) {
+  Agent agent("timeout=1000\n"), patient("timeout=-1\n");
+  const Socket kept = Connect(patient.port);
+  std::vector<Socket> silent;
+  const Stopwatch watch;
+  for (int i = 0; i < 100; ++i) silent.push_back(Connect(agent.port));
+  EXPECT_NE(std::string::npos, agent.Ask("GetInfo").find("\nActiveConnections=101\n"));
+  for (const Socket& socket : silent) EXPECT_TRUE(socket.EndsSilently());
+  EXPECT_GT(watch.Seconds(), 0.9);
+  EXPECT_LT(watch.Seconds(), 5);
+  EXPECT_TRUE(WaitFor([&] { return agent.Ask("GetInfo").find("\nActiveConnections=1\n") != std::string::npos; }));
+  kept.Send(Seal("GetInfo\r\n", "secret", "key").Bytes());
+  EXPECT_EQ("200", FirstLine(ReadReply(kept, "key"))) << "a negative time-out lets nobody go";
+}
+
+}  // namespace
