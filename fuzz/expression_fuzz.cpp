@@ -5,28 +5,13 @@
 #include "checks/linefilter.h"
 #include "fuzz/law.h"
 
-static std::string OperatorAt(const std::string& s, size_t at) {
-  for (const std::string name : {"(", "not", ")", "and", "or"})
-    if (s.compare(at, name.size(), name) == 0) return name;
-  return "";
-}
-
-// The first token without blanks around it; empty when a string has no end.
-static std::string Token(const std::string& text) {
-  const std::string name = OperatorAt(text, 0);
-  if (!name.empty()) return name;
-  if (text[0] == '\'' || text[0] == '"') return text.substr(0, text.find(text[0], 1) + 1);
-  size_t end = 1;
-  while (end < text.size() && text[end] != ' ' && OperatorAt(text, end).empty()) end++;
-  return text.substr(0, end);
-}
-
-static bool Satisfies(const String& line, std::string text, int caseSensitive, int wholeWord) {
-  std::vector<std::string> waiting;
+static bool Satisfies(const String& line, String text, int caseSensitive, int wholeWord) {
+  TExprParser parser(PriorityTable1, sizeof(PriorityTable1));  // only cuts the tokens
+  std::vector<String> waiting;
   std::vector<bool> values;
   bool good = true;
   const auto apply = [&] {
-    const std::string name = waiting.back();
+    const String name = waiting.back();
     waiting.pop_back();
     if (name == "(") return values.push_back(false);  // left open: an operand that is never found
     if (!(good = good && values.size() >= (name == "not" ? 1u : 2u))) return;
@@ -35,12 +20,13 @@ static bool Satisfies(const String& line, std::string text, int caseSensitive, i
     values.pop_back();
     values.back() = name == "and" ? values.back() && last : values.back() || last;
   };
-  for (std::string token; !(text = Std(Str(text).Trim())).empty(); text.erase(0, token.size())) {
-    if ((token = Token(text)).empty()) return false;
-    std::string name = token;
-    if (strlower(name.data(), int(name.size())), OperatorAt(name, 0) != name) {
-      good = good && (strchr("'\"", token[0]) || token.find_first_not_of("0123456789-") == std::string::npos);
-      values.push_back(line.Search(Str(token).Copy(2, int(token.size()) - 2), caseSensitive, wholeWord) > 0);
+  for (String token; (token = parser.GetToken(text)).Length() > 0;) {
+    String name = token;
+    name.LowerCase();
+    if (parser.TokenInPriority(token) < 0) {
+      good = good &&
+             (token[1] == '\'' || token[1] == '"' || Std(token).find_first_not_of("0123456789-") == Std("").npos);
+      values.push_back(line.Search(token.Copy(2, token.Length() - 2), caseSensitive, wholeWord) > 0);
       continue;
     }
     const bool opens = name == "(" || name == "not";
@@ -54,14 +40,14 @@ static bool Satisfies(const String& line, std::string text, int caseSensitive, i
       waiting.pop_back();
   }
   while (!waiting.empty()) apply();
-  return good && values.size() == 1 && values[0];
+  return good && parser.Error() == "" && values.size() == 1 && values[0];
 }
 
 void Check(std::string input) {
   const std::string flags = Cut(input, '\n'), text = Cut(input, '\n');
   const int sensitive = flags.find('1') != std::string::npos, words = flags.find('2') != std::string::npos;
   const String line = Str(input), expression = Str(text);
-  const int expected = Satisfies(line, text, sensitive, words);
+  const int expected = Satisfies(line, expression, sensitive, words);
   TLineFilter filter(expression, 1, sensitive, words), plain(expression, 0, sensitive, words);
   Require(SearchForExpression(line, expression, sensitive, words) == expected);
   Require(filter.Search(line.Data(), line.Length()) == expected);

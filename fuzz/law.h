@@ -1,14 +1,12 @@
 // What the fuzz targets share: the parts of an input, and the end of a run when a law does not hold.
 #pragma once
 
-#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <string>
 #include <vector>
 
 #include "core/zostring.h"

@@ -27,16 +27,21 @@ static std::string MakeTree() {
   return root;
 }
 
-// The first entry but a link, in the folder's own order, that no later one surpasses.
-template <class TWanted, class TBetter>
-static std::string Choose(const std::string& folder, TWanted wanted, TBetter better) {
-  fs::directory_entry best;
+// What a plain look finds: the newest ('n'), oldest ('o') or first ('f') entry that is no link.
+static std::string Choose(const std::string& folder, const char* mask, bool folders, char which) {
+  std::string best;
+  long long bestTime = 0;
   std::error_code error;
-  for (const auto& entry : fs::directory_iterator(folder, error))
-    if (!entry.is_symlink() && wanted(entry) &&
-        (best.path().empty() || better(FileAge(entry.path().c_str()), FileAge(best.path().c_str()))))
-      best = entry;
-  return best.path().filename();
+  for (const auto& entry : fs::directory_iterator(folder, error)) {
+    const std::string name = entry.path().filename();
+    const long long time = FileAge(entry.path().c_str());
+    if (entry.is_symlink() || entry.is_directory() != folders || fnmatch(mask, name.c_str(), 0) != 0) continue;
+    if (!best.empty() && (which == 'f' || (bestTime != 0 && (which == 'n' ? time <= bestTime : time >= bestTime))))
+      continue;
+    best = name;
+    bestTime = time;
+  }
+  return best;
 }
 
 // Resolves the first macro of `rest` behind what is done, and those that follow.
@@ -48,9 +53,7 @@ static bool Resolve(const std::string& done, const std::string& rest, std::strin
     if (lower.find(name) < at) at = lower.find(macro = name);
   const std::string folder = done + rest.substr(0, at);
   if (macro.empty()) return result = folder, true;
-  const std::string chosen = Choose(
-      folder, [&](const fs::directory_entry& entry) { return entry.is_directory() == (macro.size() == 14); },
-      [&](long long time, long long best) { return best == 0 || (macro[1] == 'n' ? time > best : time < best); });
+  const std::string chosen = Choose(folder, "*", macro.size() == 14, macro[1]);
   return !chosen.empty() && Resolve(folder + chosen, rest.substr(at + macro.size()), result);
 }
 
@@ -61,17 +64,14 @@ void Check(std::string input) {
   Require(ExtractFilePath(path) + ExtractFileName(path) == path);
   // Names that begin with two dots have rules of their own, and lead out of the tree, where others work.
   if (input.find("..") != std::string::npos) return;
-  const auto bare = [](const String& p) { return ExcludeTrailingPathDelimiter(p); };
+  // A path that ends in "/./" keeps a slash, one that holds "/.//" keeps two.
+  const bool keepsSlash = input.size() > 3 && input.compare(input.size() - 3, 3, "/./") == 0;
+  const String expected = ExcludeTrailingPathDelimiter(Str(fs::path(input).lexically_normal()));
   if (input.find(".//") == std::string::npos)
-    Require(bare(ExpandFileName(path)) == bare(Str(fs::path(input).lexically_normal())));
+    Require(ExpandFileName(path) == (keepsSlash ? expected + "/" : expected));
   std::string resolved;
   Require(Std(GetFileUsingSpecialMacros(path)) == (Resolve("", input, resolved) ? resolved : input));
   const std::string folder = input.substr(0, input.rfind('/') + 1), mask = input.substr(folder.size());
-  const std::string match = Choose(
-      folder,
-      [&](const fs::directory_entry& entry) {
-        return !entry.is_directory() && fnmatch(mask.c_str(), entry.path().filename().c_str(), 0) == 0;
-      },
-      [](long long, long long) { return false; });
+  const std::string match = Choose(folder, mask.c_str(), false, 'f');
   Require(Std(GetFirstMatchedFile(path)) == (match.empty() ? "" : folder + match));
 }
