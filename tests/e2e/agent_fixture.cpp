@@ -67,6 +67,15 @@ std::string FirstLine(const std::string& text) {
   return text.substr(0, text.find('\n'));
 }
 
+std::string AgentBinary() {
+  const char* other = getenv("TAV_BINARY");
+  return other != nullptr ? other : TAV_BINARY;
+}
+
+bool Sanitized() {
+  return getenv("TAV_SANITIZED") != nullptr;
+}
+
 Agent::Agent() : folder(testing::TempDir() + "tav-e2e-XXXXXX"), port(FreePort()) {
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   if (!mkdtemp(&folder[0])) abort();

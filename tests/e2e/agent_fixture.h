@@ -17,6 +17,11 @@ struct Exchange {
 };
 std::vector<Exchange> Rows(const std::string& table);
 
+// The agent that is tested: what TAV_BINARY names in the environment, else the one built beside the tests.
+std::string AgentBinary();
+// Slow, and with a memory that is not the agent's alone: TAV_SANITIZED is set in the environment.
+bool Sanitized();
+
 class Agent {
  public:
   Agent();  // a folder and a port, no process
@@ -51,7 +56,7 @@ class Agent {
   void Expect(const std::string& request, const std::string& reply) const;
   void ExpectRows(const std::string& prefix, const std::string& table) const;  // asks prefix + request of each row
 
-  std::string folder, program = TAV_BINARY, password = "secret";
+  std::string folder, program = AgentBinary(), password = "secret";
   int port;
   pid_t pid = 0;
 

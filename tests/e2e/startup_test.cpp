@@ -104,7 +104,7 @@ TEST(Startup, ADaemonLeavesTheTerminalAndLocksItsPidFile) {
   struct flock lock {};
   lock.l_type = F_WRLCK;
   const Socket reader(open(file.c_str(), O_RDWR | O_CLOEXEC));
-  EXPECT_TRUE(fcntl(reader.Descriptor(), F_GETLK, &lock) == 0 && lock.l_type == F_WRLCK);
+  EXPECT_TRUE(fcntl(reader.Descriptor(), F_GETLK, &lock) == 0 && lock.l_type == F_WRLCK && lock.l_pid == pid);
 
   const Agent second("verboselogfile=verbose.log\npidfile=" + file + "\n", {"-d", "-v"});
   EXPECT_NE(std::string::npos, second.Read("log2.txt").find("Failed to lock pid file " + file + "\n"));

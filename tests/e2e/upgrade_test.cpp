@@ -81,7 +81,7 @@ TEST(Upgrade, ADaemonComesBackOnItsPortWithItsArguments) {
   Agent agent;
   agent.program = agent.At("@/prog");
   // Without symbols: what the tests run may be larger than an upgrade can carry.
-  ASSERT_EQ(0, system(("strip -o " + agent.program + " " + TAV_BINARY).c_str()));
+  ASSERT_EQ(0, system(("strip -o " + agent.program + " " + AgentBinary()).c_str()));
   const std::string file = agent.Read("prog") + "a later build", port = std::to_string(agent.port);
   agent.Write("tav.cfg", "port=1\n" + agent.Defaults());
   agent.Launch({"-d", "-v", "-p", port});

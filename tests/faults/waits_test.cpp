@@ -1,4 +1,5 @@
-// What the agent lets go of only after a while.  The longest wait begins before all other tests and runs beside them.
+// What the agent lets go of only after a while.  The longest wait begins before all other tests and runs beside
+// them.
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
 #include <sys/resource.h>
@@ -8,7 +9,7 @@
 
 namespace {
 
-constexpr int kPeers = 8;
+constexpr size_t kPeers = 8;
 constexpr double kGivenUpAfter = 60;  // seconds without progress
 
 // With a small window and small segments the buffers at both ends stay small: a reply of 1 MB does not fit in.
@@ -21,14 +22,6 @@ Socket ConnectNarrowly(int port) {
   return connect(out.Descriptor(), reinterpret_cast<sockaddr*>(&to), sizeof to) == 0 ? out : Socket();
 }
 
-struct TNeverReading {
-  Agent agent{""};
-  long descriptors = Descriptors(agent.pid);
-  std::vector<Socket> peers;
-  Stopwatch since;
-};
-std::unique_ptr<TNeverReading> neverReading;
-
 class TLongWaits : public testing::Environment {
  public:
   void SetUp() override {
@@ -37,47 +30,57 @@ class TLongWaits : public testing::Environment {
     files.rlim_cur = files.rlim_max;  // for crowds of peers
     setrlimit(RLIMIT_NOFILE, &files);
 
-    neverReading = std::make_unique<TNeverReading>();
-    const Agent& agent = neverReading->agent;
-    for (int i = 0; i < kPeers; ++i) {
-      neverReading->peers.push_back(ConnectNarrowly(agent.port));
-      const std::string text = "TEST-ShellScript\r\nseq 80000\r\n\r\n\r\n0\r\n9999999\r\n";
-      neverReading->peers.back().Send(Seal(text, agent.password, "session").Bytes());
+    agent = std::make_unique<Agent>("");
+    descriptors = Descriptors(agent->pid);
+    const std::string text = "TEST-ShellScript\r\nseq 80000\r\n\r\n\r\n0\r\n9999999\r\n";
+    while (peers.size() < kPeers) {
+      peers.push_back(ConnectNarrowly(agent->port));
+      peers.back().Send(Seal(text, agent->password, "session").Bytes());
     }
+    since = Stopwatch();
   }
-  void TearDown() override { neverReading.reset(); }
+  void TearDown() override { agent.reset(); }
+
+  std::unique_ptr<Agent> agent;
+  long descriptors = 0;
+  std::vector<Socket> peers;  // they never read
+  Stopwatch since;
 };
-testing::Environment* const longWaits = testing::AddGlobalTestEnvironment(new TLongWaits);
+TLongWaits* const longWaits = new TLongWaits;
+const testing::Environment* const registered = testing::AddGlobalTestEnvironment(longWaits);
 
 // Cure: idle threads end after a while, and every session closes what it opened.
 TEST(Waits, SessionsLeaveNoThreadDescriptorOrChild) {
   Agent agent("");
-  const auto state = [&] {
-    return std::to_string(StatusOf(agent.pid, "Threads:")) + " threads, " + std::to_string(Descriptors(agent.pid)) +
-           " descriptors, " + std::to_string(Children(agent.pid).size()) + " children";
+  const auto state = [pid = agent.pid] {  // threads, descriptors, children
+    return std::vector<long>{StatusOf(pid, "Threads:"), Descriptors(pid), static_cast<long>(Children(pid).size())};
   };
-  const std::string before = state();
+  const std::vector<long> before = state();
   std::vector<std::future<void>> sessions;
-  for (const std::string request : {"TEST-ShellScript|/bin/sh %script%|sleep 0.3||5|0", "TEST-ExternalPrg|sleep 1|||-1", "GetInfo",
-                                    "TEST-FolderSize|@|1", "SetSettings|Comment=x", "TEST-CPU", "TEST-TCP|127.0.0.1|1|500||0"}) {
+  for (const std::string request :
+       {"TEST-ShellScript|/bin/sh %script%|sleep 0.3||5|0", "TEST-ExternalPrg|sleep 1|||-1", "GetInfo",
+        "TEST-FolderSize|@|1", "SetSettings|Comment=x", "TEST-CPU", "TEST-TCP|127.0.0.1|1|500||0"}) {
     for (int i = 0; i < 5; ++i) {
-      sessions.push_back(std::async(std::launch::async, [&agent, request] { EXPECT_NE("closed", agent.Ask(request)); }));
+      sessions.push_back(
+          std::async(std::launch::async, [&agent, request] { EXPECT_NE("closed", agent.Ask(request)); }));
     }
   }
   sessions.clear();
-  EXPECT_TRUE(WaitFor([&] { return state() == before; })) << state() << "; before: " << before;
+  (void)WaitFor([&] { return state() == before; });
+  EXPECT_EQ(before, state());
   EXPECT_TRUE(agent.TempFolderIsEmpty());
 }
 
 // Cure: sending has a deadline for progress.
 TEST(Waits, PeersThatNeverReadHoldUpNobodyAndAreGivenUp) {
-  const TNeverReading& begun = *neverReading;
-  EXPECT_TRUE(WaitFor([&] { return Tells(begun.agent, "ActiveConnections=" + std::to_string(kPeers + 1)); }));
-  ExpectServed(begun.agent, 20);
+  const TLongWaits& begun = *longWaits;
+  const Agent& agent = *begun.agent;
+  EXPECT_TRUE(WaitFor([&] { return Tells(agent, "ActiveConnections=" + std::to_string(kPeers + 1)); }));
+  ExpectServed(agent, 20);
   EXPECT_LT(begun.since.Seconds(), kGivenUpAfter) << "their sessions were still under way";
-  EXPECT_TRUE(WaitFor([&] { return IsAlone(begun.agent); }, kGivenUpAfter + 20));
+  EXPECT_TRUE(WaitFor([&] { return IsAlone(agent); }, kGivenUpAfter + 20));
   EXPECT_GE(begun.since.Seconds(), kGivenUpAfter);
-  EXPECT_TRUE(WaitFor([&] { return Descriptors(begun.agent.pid) == begun.descriptors; }));
+  EXPECT_TRUE(WaitFor([&] { return Descriptors(agent.pid) == begun.descriptors; }));
 }
 
 }  // namespace

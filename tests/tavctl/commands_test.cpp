@@ -209,7 +209,7 @@ TEST_F(TavctlCommands, AskManyHostsInOrderAndEndWithTheWorst) {
 
 TEST(TavctlUpgrade, SendsAProgramAndWaitsForIt) {
   Agent agent;
-  std::filesystem::copy(TAV_BINARY, agent.At("@/prog"));
+  std::filesystem::copy(AgentBinary(), agent.At("@/prog"));
   agent.program = agent.At("@/prog");
   chmod(agent.program.c_str(), 0755);
   Start(agent);
