@@ -34,7 +34,8 @@ std::string Replaced(std::string text, const std::string& from, const std::strin
 }  // namespace
 
 int FreePort() {
-  static std::atomic<int> next{getpid() * 31 % 20000};  // below what the system gives to outgoing connections
+  // Below what the system gives to outgoing connections, and far from where a test program beside this one begins.
+  static std::atomic<int> next{getpid() % 11 * 1777};
   while (true) {
     const int port = 10000 + next++ % 20000;
     if (ServeTcp(port).Descriptor() >= 0) return port;

@@ -73,7 +73,7 @@ TEST(Connections, AFloodOfBrokenPacketsHoldsUpNobody) {
 
 // Cure: once the head shows a stranger, his bytes are counted and dropped; he is dismissed where his packet ends.
 TEST(Connections, AStrangersBytesAreDroppedAsTheyCome) {
-  Agent agent("");
+  Agent agent("timeout=60000\n");
   Packet packet = Seal("GetInfo\r\n", "not it", "s");
   packet.packetShift = 0xFFFFFFFFLL - static_cast<long long>(packet.Bytes().size() - 4);
   const Socket endless = Connect(agent.port), other = Connect(agent.port);

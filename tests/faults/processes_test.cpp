@@ -39,7 +39,8 @@ TEST(Processes, ASilentNameServerHoldsUpItsSessionsOnly) {
   agent.Write("nsswitch.conf", "hosts: dns\n");
   agent.Write("inside",
               "#!/bin/sh\nmount --bind resolv.conf /etc/resolv.conf && mount --bind nsswitch.conf "
-              "/etc/nsswitch.conf && exec " + AgentBinary() + " \"$@\"\n");
+              "/etc/nsswitch.conf && exec " +
+                  AgentBinary() + " \"$@\"\n");
   agent.program = agent.At("@/outside");
   agent.Write("outside", "#!/bin/sh\nexec unshare -m ./inside \"$@\"\n");
   Start(agent, "");
