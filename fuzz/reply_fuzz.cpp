@@ -19,7 +19,7 @@ static TReply Parsed(const std::string& text, bool isReply) {
 }
 
 static void CheckValue(TAVReply& reply, const std::string& value) {
-  const size_t before = size_t(reply.Length());
+  const int before = reply.Length();
   const long long number = strtoll(value.c_str(), nullptr, 10);
   const time_t when = llabs(number / 2) % 253402000000;  // before the year 10000
   char time[32];
@@ -32,7 +32,7 @@ static void CheckValue(TAVReply& reply, const std::string& value) {
   reply.AddRealParam(double(number) / 16);  // four decimals hold it
   reply.AddTimeParam(when);
 
-  const TReply parsed = Parsed("200\n" + Std(reply.Text()).substr(before) + "\r", true);
+  const TReply parsed = Parsed("200\n" + Std(reply.Text().Copy(before + 1, reply.Length())) + "\r", true);
   TReader reader(parsed);
   Require(reader.Decoded("text") == Std(tavDecodeStrings(Str(value))));
   Require(reader.Number("64 bits") == number && reader.Number("32 bits") == int(number));
@@ -48,7 +48,7 @@ void Check(std::string input) {
   TAVReply reply;
   reply.InitPacket(nullptr, key);
   reply.SetResult(code.c_str());
-  while (!input.empty()) CheckValue(reply, Cut(input, '|'));
+  for (int i = 0; i < 64 && !input.empty(); i++) CheckValue(reply, Cut(input, '|'));
   const std::string text = Std(reply.Text()) + "\r";
   Parsed(text, code.size() == 3 && strspn(code.c_str(), "0123456789") == 3);
   reply.FinalizePacket();
