@@ -90,13 +90,13 @@ TEST(Configuration, IsWholeWheneverASaveIsKilled) {
 void ExpectAFullDiskToBeTold(bool& possible) {
   Agent agent;
   possible = unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-             mount("tmpfs", agent.folder.c_str(), "tmpfs", 0, "size=256k") == 0;
+             mount("tmpfs", agent.folder.c_str(), "tmpfs", 0, "size=8m") == 0;
   if (!possible) return;
   const std::shared_ptr<void> mounted(nullptr, [&](void*) { umount2(agent.folder.c_str(), MNT_DETACH); });
   fs::create_directory(agent.At("@/tmp"));
   Start(agent, "");
   const std::string before = agent.Read("tav.cfg");
-  agent.Write("full", std::string(1000000, 'x'));
+  agent.Write("full", std::string(10000000, 'x'));
   EXPECT_EQ(agent.At("300\nCannot create new configuration file '@/tav.cfg.New'"),
             agent.Ask("SetSettings|Comment=new"));
   EXPECT_TRUE(agent.Read("tav.cfg") == before && !fs::exists(agent.At("@/tav.cfg.New")));
