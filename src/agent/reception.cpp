@@ -20,7 +20,8 @@ constexpr int kBuffer = 64 * kChunk;
 constexpr int kReadsPerTurn = 4;                     // then the next connection has its turn
 constexpr size_t kMostWaiting = 65536;               // records of some 250 bytes
 constexpr long long kMostHeld = 24LL * 1024 * 1024;  // bytes of unfinished packets, all together
-constexpr size_t kRoomShare = 16;                    // one in so many makes room
+constexpr size_t kRoomShare =
+    2;  // one in so many makes room: accepting rests after it, and a crowd outside must not win
 
 // How much of the packet is still to come, as far as it has told.
 long long MissingBytes(const TPacketHead& head) {

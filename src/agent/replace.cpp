@@ -11,7 +11,7 @@
 
 void ReplaceProcess(const char* path, char** argv, char** envp) {
   // What is ignored stays ignored across the replacement, and the mask stays as well.
-  for (const int ignored : {SIGPIPE, SIGSEGV}) signal(ignored, SIG_DFL);
+  for (const int ignored : {SIGPIPE, SIGXFSZ, SIGSEGV}) signal(ignored, SIG_DFL);
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -27,4 +27,5 @@ void ReplaceProcess(const char* path, char** argv, char** envp) {
     nanosleep(&pause, nullptr);
   }
   signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);
 }

@@ -56,6 +56,7 @@ void InstallFaultHandlers() {
   action.sa_flags = SA_SIGINFO | SA_RESTART;
   sigaction(SIGSEGV, &action, nullptr);
   signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);  // a file at its size limit fails the write, as a full disk does
 }
 
 bool TakeConfigReload() {

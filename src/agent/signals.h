@@ -3,7 +3,7 @@
 
 // SIGHUP asks for the configuration to be read again.  Daemon mode only; otherwise it keeps its default action.
 void InstallReloadHandler();
-// SIGSEGV leaves a message; after three minutes it also asks for a new start.  SIGPIPE is ignored.
+// SIGSEGV leaves a message; after three minutes it also asks for a new start.  SIGPIPE and SIGXFSZ are ignored.
 void InstallFaultHandlers();
 
 // The words, taken: each is true once for what was raised since the last call.
