@@ -166,7 +166,7 @@ String EncodePswd(const String& password) {
   MD5Open(&ctx);
   MD5Digest(&ctx, password.Data(), static_cast<unsigned>(password.Length()));
   MD5Close(&ctx, digest);
-  const String proof(reinterpret_cast<const char*>(digest), kProofSize);
+  String proof(reinterpret_cast<const char*>(digest), kProofSize);
   explicit_bzero(digest, sizeof digest);
   return proof;
 }

@@ -172,7 +172,7 @@ bool Save(TLogRun& run, TOutcome& outcome) {
 }
 
 // One check; the lines of a JSON object are saved as seen only when it was written.
-void RunOnce(std::shared_ptr<TLogRun> run, const TArgs& args, TOutcome& outcome) {
+void RunOnce(const std::shared_ptr<TLogRun>& run, const TArgs& args, TOutcome& outcome) {
   const bool checked = CheckOnce(*run, args.Has("--from-start"), outcome);
   if (!run->out.Collects()) {
     outcome.printed = true;
