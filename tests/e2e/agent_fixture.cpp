@@ -5,13 +5,15 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <regex>
 #include <sstream>
 
@@ -34,11 +36,19 @@ std::string Replaced(std::string text, const std::string& from, const std::strin
 }  // namespace
 
 int FreePort() {
-  // Below what the system gives to outgoing connections, and far from where a test program beside this one begins.
-  static std::atomic<int> next{getpid() % 11 * 1777};
+  // Below what the system gives to outgoing connections.  No other test program gets the same one: a socket with its
+  // name is held until this program ends.
+  static std::mutex mutex;
+  static std::vector<Socket> names;
+  static int next = getpid() % 11 * 1777;
+  const std::lock_guard<std::mutex> lock(mutex);
   while (true) {
     const int port = 10000 + next++ % 20000;
-    if (ServeTcp(port).Descriptor() >= 0) return port;
+    names.emplace_back(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_un name{AF_UNIX, {}};
+    snprintf(name.sun_path + 1, sizeof name.sun_path - 1, "tav-test-port-%d", port);
+    if (bind(names.back().Descriptor(), reinterpret_cast<sockaddr*>(&name), sizeof name) != 0) names.pop_back();
+    else if (ServeTcp(port).Descriptor() >= 0) return port;
   }
 }
 

@@ -1,5 +1,4 @@
 // Connections that mean no good: crowds, floods and strangers.  Others are served meanwhile, in bounded memory.
-#include <algorithm>
 #include <random>
 
 #include "faults.h"
@@ -9,22 +8,22 @@ namespace {
 // Cure: one thread receives for all connections, with poll's kin; only a whole request gets a thread.
 TEST(Connections, CrowdsOfIdleOnesCostLittle) {
   Agent agent("timeout=60000\n");
-  const long before = Descriptors(agent.pid), threads = StatusOf(agent.pid, "Threads:");
+  const long before = RestingDescriptors(agent), threads = StatusOf(agent.pid, "Threads:");
   std::vector<Socket> idle = Crowd(agent, 1500);
   ASSERT_TRUE(WaitFor([&] { return Descriptors(agent.pid) >= before + 1500; }));
   ExpectServed(agent, 20);
   EXPECT_LE(StatusOf(agent.pid, "Threads:"), threads + 20);
   idle.clear();
-  EXPECT_TRUE(WaitFor([&] { return Descriptors(agent.pid) == before; }));
+  EXPECT_TRUE(WaitFor([&] { return Descriptors(agent.pid) <= before; }));
 }
 
 // Cure: a rejected connection is closed, not only shut down.
 TEST(Connections, RejectedOnesAreCountedAndLeaveNothing) {
   Agent agent("filteractive=1\n");
-  const long before = Descriptors(agent.pid);
+  const long before = RestingDescriptors(agent);
   for (int i = 0; i < 3000; ++i) ASSERT_TRUE(Connect(agent.port, "127.0.0.2").EndsSilently()) << i;
   EXPECT_TRUE(Tells(agent, "FailedConnections=3000"));
-  EXPECT_TRUE(WaitFor([&] { return Descriptors(agent.pid) == before; }));
+  EXPECT_TRUE(WaitFor([&] { return Descriptors(agent.pid) <= before; }));
 }
 
 // Cure: without descriptors the longest silent make room, the listener rests, the log hears of it once a second.

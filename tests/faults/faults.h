@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <fstream>
@@ -33,6 +34,14 @@ inline long StatusOf(pid_t pid, const std::string& field) {
 
 inline long Descriptors(pid_t pid) {
   return std::distance(fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd"), {});
+}
+
+// Of an agent that has begun to serve and has nothing to do: the least, as a session may just be ending.
+inline long RestingDescriptors(const Agent& agent) {
+  EXPECT_EQ("200", FirstLine(agent.Ask("GetInfo")));
+  long least = Descriptors(agent.pid);
+  for (int i = 0; i < 20; ++i, Sleep(0.01)) least = std::min(least, Descriptors(agent.pid));
+  return least;
 }
 
 inline double CpuSeconds(pid_t pid) {

@@ -113,7 +113,7 @@ TEST(Files, PlantedAtTheUpgradeScriptAndThePidFile) {
 // Cure: an explicit stack, folders entered by descriptor, and a bounded number of those.
 TEST(Files, FoldersOfTwoThousandLevelsAreWalkedWithFewDescriptors) {
   Agent agent("");
-  const long before = Descriptors(agent.pid);
+  const long before = RestingDescriptors(agent);
   int folder = open(agent.folder.c_str(), O_RDONLY | O_CLOEXEC);
   for (int level = 0; level <= 2000; ++level) {
     ASSERT_EQ(0, mkdirat(folder, "deep", 0755)) << level;
