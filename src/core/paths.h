@@ -29,8 +29,8 @@ String ExtractFileExt(const String& path);
 String ExpandTilde(const String& path);  // as it stands: "~" is an ordinary name here
 // Empty when the working directory is gone or its name is longer than 4094 bytes.
 String GetCurrentDir();
-// The absolute path without doubled slashes and without "." and ".." segments.  Text only: links are not resolved
-// and nothing need exist.  A path that begins with "~" comes back as it is.
+// The absolute path without "." and ".." segments and doubled slashes, but for a slash that ends it behind "/.".
+// Text only: links are not resolved and nothing need exist.  A path that begins with "~" comes back as it is.
 String ExpandFileName(const String& path);
 
 // --- the file behind a path; null is an empty path ---

@@ -36,8 +36,8 @@ std::string Replaced(std::string text, const std::string& from, const std::strin
 }  // namespace
 
 int FreePort() {
-  // Below what the system gives to outgoing connections.  No other test program gets the same one: a socket with its
-  // name is held until this program ends.
+  // Below what the system gives to outgoing connections.  No other test program gets the same one: a socket with
+  // its name is held until this program ends.
   static std::mutex mutex;
   static std::vector<Socket> names;
   static int next = getpid() % 11 * 1777;
@@ -47,8 +47,10 @@ int FreePort() {
     names.emplace_back(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     sockaddr_un name{AF_UNIX, {}};
     snprintf(name.sun_path + 1, sizeof name.sun_path - 1, "tav-test-port-%d", port);
-    if (bind(names.back().Descriptor(), reinterpret_cast<sockaddr*>(&name), sizeof name) != 0) names.pop_back();
-    else if (ServeTcp(port).Descriptor() >= 0) return port;
+    if (bind(names.back().Descriptor(), reinterpret_cast<sockaddr*>(&name), sizeof name) != 0)
+      names.pop_back();
+    else if (ServeTcp(port).Descriptor() >= 0)
+      return port;
   }
 }
 

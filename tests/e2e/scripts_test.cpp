@@ -86,7 +86,8 @@ TEST(Scripts, TimeOutsEndOnlyWhatTheyShould) {
     runs.push_back(std::async(std::launch::async, [&agent, &row, slow] {
       const Stopwatch watch;
       agent.Expect(row.request, row.reply);
-      EXPECT_TRUE(watch.Seconds() >= row.least && watch.Seconds() <= row.most * slow) << row.request << watch.Seconds();
+      EXPECT_TRUE(watch.Seconds() >= row.least && watch.Seconds() <= row.most * slow)
+          << row.request << watch.Seconds();
     }));
   }
   for (auto& run : runs) run.get();

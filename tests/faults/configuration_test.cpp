@@ -114,4 +114,20 @@ TEST(Configuration, AFullDiskIsToldAndCostsNothing) {
   if (!possible) GTEST_SKIP() << "no small disk can be mounted here";
 }
 
+// Cure: the signal for a file at its size limit is ignored, the write fails instead.
+TEST(Configuration, AFileSizeLimitIsToldAndCostsNothing) {
+  Agent agent;
+  agent.Write("limited", "#!/bin/sh\nulimit -f 8\nexec " + AgentBinary() + " \"$@\"\n");  // 4096 bytes
+  agent.program = agent.At("@/limited");
+  Start(agent, "");
+  const std::string before = agent.Read("tav.cfg");
+  EXPECT_EQ(agent.At("300\nCannot create new configuration file '@/tav.cfg.New'"),
+            agent.Ask("SetSettings|Comment=" + std::string(900, 'c') + "|IPFilterMarks=" + std::string(900, 'm') +
+                      "|OkLogFile=" + std::string(900, 'o') + "|UpdateAddr=" + std::string(900, 'u') +
+                      "|ManageAddr=127.0.0.1," + std::string(900, '1')));
+  EXPECT_TRUE(agent.Read("tav.cfg") == before && !fs::exists(agent.At("@/tav.cfg.New")));
+  while (agent.Read("console").size() < 4000) ExpectServed(agent);
+  ExpectServed(agent, 5);
+}
+
 }  // namespace
