@@ -17,6 +17,7 @@
 #include "agent/cmdline.h"
 #include "agent/crash.h"
 #include "agent/daemon.h"
+#include "agent/listener.h"
 #include "agent/mainloop.h"
 #include "agent/selftest.h"
 #include "agent/showmessage.h"

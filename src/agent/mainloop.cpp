@@ -1,7 +1,6 @@
 #include "agent/mainloop.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
@@ -22,29 +21,13 @@
 #include "config/agent_status.h"
 #include "config/settings.h"
 #include "core/process.h"
-#include "net/sockets.h"
 
 namespace {
 
-constexpr int kListenAttempts = 3;
 constexpr int kTickMs = 1000;
 constexpr int kAcceptPauseMs = 100;  // while descriptors or memory are short
 constexpr int kAcceptsPerTurn = 64;  // then those already here have their turn
 constexpr int kEventsPerTurn = 256;
-
-TFd ListenOnce(int port, String& error) {
-  if (port < 1 || port > 65535) {
-    error = "Invalid port number";
-    return TFd();
-  }
-  socklen_t addressLength = 0;
-  String host(SettingsInForce()->host);
-  const int fd = TcpListen(host.Length() > 0 ? host.CStr() : nullptr, port, addressLength, error);
-  if (fd <= 0) return TFd();
-  // A connection that is gone before it is accepted must not make accept wait.
-  (void)fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
-  return TFd(fd);
-}
 
 bool IsShortage(int error) {
   return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
@@ -56,15 +39,6 @@ bool IsFatal(int error) {
 }
 
 }  // namespace
-
-TFd Listen(String& error) {
-  for (int attempt = 0; attempt < kListenAttempts; ++attempt) {
-    TFd fd = ListenOnce(SettingsInForce()->port, error);
-    if (fd.IsOpen()) return fd;
-    sleep(1);
-  }
-  return TFd();
-}
 
 TMainLoop::TMainLoop(TFd listeningSocket, TPidFile& file, char** arguments, char** environment)
     : epoll(epoll_create1(EPOLL_CLOEXEC)),
@@ -180,20 +154,24 @@ void TMainLoop::Replace(const String& path, const char* announcement, const char
   showmessage("%s", kNoPeer, mtFailure, 1, failure);
 }
 
-// Moves the listener to a changed port.  Each attempt is one pass of the loop: who is connected is served
-// meanwhile.
+// Moves the listener to a changed port.  Who is connected, or comes to the old port, is served meanwhile.
 bool TMainLoop::CheckPort(int& status) {
   const int port = SettingsInForce()->port;
   if (port == currentPort) {
     portSwitch = TPortSwitch();
     return true;
   }
-  if (port != portSwitch.target) portSwitch = TPortSwitch{port, 0, MonotonicMs()};
-  if (MonotonicMs() < portSwitch.nextMs) return true;
-  if (portSwitch.attempts == kListenAttempts) return FallBack(status);
-
-  String error;
-  TFd fresh = ListenOnce(port, error);
+  if (port != portSwitch.target) {
+    portSwitch = TPortSwitch();
+    portSwitch.target = port;
+  }
+  if (!portSwitch.opening.Begun()) {
+    if (MonotonicMs() < portSwitch.nextMs) return true;
+    if (portSwitch.attempts == kListenAttempts) return FallBack(status);
+    portSwitch.opening.Begin(port);
+  }
+  TFd fresh;
+  if (!portSwitch.opening.Ended(fresh)) return true;
   if (!fresh.IsOpen()) {
     ++portSwitch.attempts;
     portSwitch.nextMs = MonotonicMs() + kTickMs;

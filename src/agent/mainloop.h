@@ -2,12 +2,10 @@
 #pragma once
 
 #include "agent/daemon.h"
+#include "agent/listener.h"
 #include "agent/reception.h"
 #include "core/closers.h"
 #include "core/zostring.h"
-
-// Opens the listening socket on the port in force; up to three attempts, a second apart.  The reason in `error`.
-TFd Listen(String& error);
 
 class TMainLoop {
  public:
@@ -22,6 +20,7 @@ class TMainLoop {
     int target = 0;
     int attempts = 0;
     long long nextMs = 0;
+    TPortOpening opening;
   };
 
   bool CheckFlags(int& status);

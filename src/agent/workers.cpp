@@ -90,7 +90,9 @@ sigset_t MaskForWorkers() {
   return mask;
 }
 
-bool StartWorker(TConnection* connection) {
+}  // namespace
+
+bool StartThread(void* (*run)(void*), void* argument) {
   pthread_attr_t attributes;
   if (pthread_attr_init(&attributes) != 0) return false;
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
@@ -99,17 +101,15 @@ bool StartWorker(TConnection* connection) {
   sigset_t before;
   pthread_sigmask(SIG_BLOCK, &mask, &before);
   pthread_t thread;
-  const int failed = pthread_create(&thread, &attributes, WorkerMain, connection);
+  const int failed = pthread_create(&thread, &attributes, run, argument);
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   pthread_attr_destroy(&attributes);
   return failed == 0;
 }
 
-}  // namespace
-
 bool RunSession(std::unique_ptr<TConnection>& connection) {
   if (HandToIdle(connection)) return true;
-  if (!StartWorker(connection.get())) return false;
+  if (!StartThread(WorkerMain, connection.get())) return false;
   (void)connection.release();  // the thread owns it now
   return true;
 }

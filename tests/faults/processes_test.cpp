@@ -50,6 +50,9 @@ TEST(Processes, ASilentNameServerHoldsUpItsSessionsOnly) {
        {"TEST-TCP|a.test.|80|9|", "TEST-UDP|a.test.|80|9|1|x", "TEST-TCP|b.test.|80|9|"})
     lookups.push_back(std::async(std::launch::async, [&agent, request] { return agent.Ask(request + "|0"); }));
   EXPECT_TRUE(WaitFor([&] { return Tells(agent, "ActiveConnections=4"); })) << "the lookups hang";
+  agent.Write("tav.cfg", agent.Defaults() + "host=c.test.\n");
+  EXPECT_EQ("200\nOk", agent.Ask("ReloadCfg"));
+  EXPECT_EQ("200", agent.Ask("SetSettings|Port=" + std::to_string(FreePort()))) << "moves to where that name is";
   ExpectServed(agent, 10);
   EXPECT_LT(watch.Seconds(), Sanitized() ? 30 : 3) << "the name server was not given up yet";
   for (auto& lookup : lookups) EXPECT_EQ("301", FirstLine(lookup.get()));
