@@ -92,6 +92,11 @@ bool TestPort() {
   return true;
 }
 
+void CreatePidFile(TPidFile& pidFile) {
+  const TSettingsPtr settings = SettingsInForce();
+  if (!settings->interactive && settings->pidfile.Length() > 0) pidFile.createpidfile(settings->pidfile);
+}
+
 int Serve(char** argv, char** envp) {
   String error;
   TFd listener = Listen(error);
@@ -99,9 +104,8 @@ int Serve(char** argv, char** envp) {
     printf("TCP listen error: %s\n\n", error.CStr());
     return 4;
   }
-  const TSettingsPtr settings = SettingsInForce();
   TPidFile pidFile;
-  if (!settings->interactive && settings->pidfile.Length() > 0) pidFile.createpidfile(settings->pidfile);
+  CreatePidFile(pidFile);
   showmessage("Listening...\n", kNoPeer, mtInfo, 0);
   TMainLoop loop(std::move(listener), pidFile, argv, envp);
   return loop.Run();

@@ -118,7 +118,7 @@ TFd TReception::Remove(TPending& pending) {
   // to name a record that is gone.
   epoll_ctl(epoll, EPOLL_CTL_DEL, pending.socket.Get(), nullptr);
   held -= pending.packet.Length();
-  pending.packet.Wipe();
+  pending.packet = String();  // at once: it no longer counts as held
   gone.splice(gone.end(), waiting, pending.self);
   return std::move(pending.socket);
 }

@@ -120,7 +120,6 @@ UpgradeRec::~UpgradeRec() {
     if (path.Length() > 0) (void)unlink(path.CStr());
     ClearanceUpgrade();
   }
-  sessionKey.Wipe();
 }
 
 bool UpgradeRec::RequestUpgrade(const String& key) {

@@ -12,17 +12,13 @@ namespace {
 
 void AddLine(TAVReply& reply, const char* name, const String& value, int encode) {
   String line(name);
-  line.Reserve(line.Length() + 1 + value.Length());  // in one piece: no copy of a password is left behind
   line += '=';
   line += value;
   reply.AddStringParam(line, encode);
-  line.Wipe();
 }
 
 void AddSetting(TAVReply& reply, const TTAVSettings& settings, const TSettingKey& key) {
-  String value = RemoteValue(settings, key);
-  AddLine(reply, key.wire, value, key.kind == TSettingKind::kAddresses);
-  value.Wipe();
+  AddLine(reply, key.wire, RemoteValue(settings, key), key.kind == TSettingKind::kAddresses);
 }
 
 void AddReport(TAVReply& reply, const TTAVSettings& settings, TReport report) {
@@ -84,7 +80,6 @@ void TakeLine(TTAVSettings& settings, const String& line) {
   String value = line.Copy(equals + 1, line.Length() - equals);
   value.Trim();
   TakeRemoteValue(settings, *key, value);
-  value.Wipe();
 }
 
 }  // namespace
@@ -106,9 +101,7 @@ void SetAgentSettings(const BVRequest& request, TAVReply& reply) {
     TLock lock(optmutex);
     const int count = request.GetParamsCount();
     for (int i = 1; i <= count; ++i) {
-      String line = request.GetParam(i, 1);
-      TakeLine(TAVSettings, line);
-      line.Wipe();
+      TakeLine(TAVSettings, request.GetParam(i, 1));
     }
     saved = TAVSettings.SaveOptions_(message);
     PublishSettings();

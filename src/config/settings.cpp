@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "config/settings_keys.h"
 #include "core/paths.h"
@@ -17,7 +18,6 @@ namespace {
 class TKeysOnDemand {
  public:
   explicit TKeysOnDemand(const String& text) : password(text) {}
-  ~TKeysOnDemand() { password.Wipe(); }
   TKeysOnDemand(const TKeysOnDemand&) = delete;
   TKeysOnDemand& operator=(const TKeysOnDemand&) = delete;
 
@@ -128,18 +128,13 @@ int Check(TTAVSettings& settings, String& message) {
 
 TTAVSettings::TTAVSettings() = default;
 
-TTAVSettings::~TTAVSettings() {
-  password.Wipe();
-}
-
 int TTAVSettings::LoadOptions(String& message) {
   TLock lock(optmutex);
   TTAVSettings aside(TAVSettings);
   if (!aside.ReadFile(message)) return 0;
 
   const int usable = Check(aside, message);
-  TAVSettings.password.Wipe();
-  TAVSettings = aside;
+  TAVSettings = std::move(aside);
   PublishSettings();
   return usable;
 }

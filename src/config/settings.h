@@ -18,9 +18,6 @@ inline constexpr int kDefaultTimeout = 4000;  // milliseconds, in place of 0
 class TTAVSettings {
  public:
   TTAVSettings();
-  TTAVSettings(const TTAVSettings&) = default;
-  TTAVSettings& operator=(const TTAVSettings&) = default;
-  ~TTAVSettings();  // wipes the password
 
   // The global object's load and save, whole and one at a time: they take `optmutex`, work and publish.  A file
   // that cannot be opened leaves the settings in force as they are; one that was read and fails a check is in force

@@ -29,7 +29,6 @@ void OverwriteValue(const TTAVSettings& settings, const TSettingKey& key, char* 
   } else if (offset < kLongestSavedLine) {
     text.StrCpy(value, kLongestSavedLine - offset);
   }
-  text.Wipe();
 }
 
 void WriteLine(TReplacement& file, const char* line) {
@@ -45,7 +44,6 @@ int HarmlessLength(const String& line) {
   for (int start = kPiece; start < line.Length(); start += kPiece) {
     String part = line.Copy(start + 1, kPiece), key;
     const bool taken = SplitSettingsLine(part.StrCpy(piece, -1), key) != nullptr && FindSettingKey(key) != nullptr;
-    part.Wipe();
     explicit_bzero(piece, sizeof piece);
     if (taken) return start;
   }
@@ -53,14 +51,9 @@ int HarmlessLength(const String& line) {
 }
 
 void AddLine(TReplacement& file, const TTAVSettings& settings, const TSettingKey& key) {
-  String value = FileValue(settings, key), line(key.key);
-  line.Reserve(line.Length() + 1 + value.Length());
-  line += '=';
-  line += value;
+  const String line = String(key.key) + "=" + FileValue(settings, key);
   file.Write(line.Data(), HarmlessLength(line));
   file.Write("\r\n", 2);
-  value.Wipe();
-  line.Wipe();
 }
 
 // The old file's lines with the settings put in, then the settings that had none.
@@ -152,7 +145,6 @@ bool TTAVSettings::ReadFile(String& message) {
     if (key == nullptr) continue;
     String value = SettingsLineValue(text);
     TakeFileValue(*this, *key, value);
-    value.Wipe();
   }
   if (file.Failed()) return Refuse(message, "Cannot open", cfgfile);
 

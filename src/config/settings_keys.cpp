@@ -33,10 +33,9 @@ String AddressesOnOneLine(const String& list) {
   return OnOneLine(blanks.Copy(1, end)) + "\r\n";
 }
 
-// It may be the password that goes.
+// In a buffer of its own: in the old one the end of a longer password would outlive it.
 void SetText(String& field, const String& value) {
-  field.Wipe();
-  field = value;
+  field = String(value);
 }
 
 String NumberText(int number) {

@@ -53,7 +53,7 @@ void ResetSettings(TTAVSettings& settings);
 void TakeFileValue(TTAVSettings& settings, const TSettingKey& key, const String& value);
 // Takes a value as "SetSettings" sends it.
 void TakeRemoteValue(TTAVSettings& settings, const TSettingKey& key, const String& value);
-// The value as a save writes it, on one line.  It may be the password: wipe it.
+// The value as a save writes it, on one line.
 String FileValue(const TTAVSettings& settings, const TSettingKey& key);
-// The value as replies carry it, before line breaks are encoded.  It may be the password: wipe it.
+// The value as replies carry it, before line breaks are encoded.
 String RemoteValue(const TTAVSettings& settings, const TSettingKey& key);

@@ -8,15 +8,17 @@
 #include <utility>
 
 #include "core/assertion.h"
+#include "core/buffer.h"
 
 namespace {
 
-constexpr int kStep = 128;            // buffers and slots come in multiples of this
-constexpr int kGeometricFrom = 4096;  // from here on a growing buffer takes half as much again
-constexpr int kLongest = INT_MAX - 1024;
+constexpr int kStep = 128;           // buffers and slots come in multiples of this
+constexpr int kGeometricFrom = 512;  // from here on a growing buffer takes half as much again
+constexpr int kLongest = INT_MAX - 2 * kPage;
 
 int RoundUp(int n) {
-  return (n / kStep + 1) * kStep;
+  const int step = n < kPagesFrom ? kStep : kPage;
+  return (n / step + 1) * step;
 }
 
 // What a buffer of `capacity` grows to so that n fits: steps while small, then by halves, so that a reply of a
@@ -44,17 +46,17 @@ int Find(const char* buf, int buflen, const char* pat, int patlen) {
 
 void String::prAllocMem(int n) {
   if (n == 0) {
-    free(data);
+    FreeBuffer(data, capacity);
     data = nullptr;
     length = capacity = fixed = 0;
     return;
   }
   if (n < 0 || n > kLongest) throw std::bad_alloc();
   const int size = fixed ? n : RoundUp(n);
-  void* block = realloc(data, static_cast<size_t>(size));
-  if (block == nullptr) throw std::bad_alloc();
-  data = static_cast<char*>(block);
-  if (size > capacity) memset(data + capacity, 0, static_cast<size_t>(size - capacity));
+  if (size == capacity) return;
+  char* buffer = ResizeBuffer(data, capacity, size);
+  if (buffer == nullptr) throw std::bad_alloc();
+  data = buffer;
   capacity = size;
 }
 
@@ -89,7 +91,7 @@ String::String(String&& other) noexcept
       fixed(std::exchange(other.fixed, 0)) {}
 
 String::~String() {
-  free(data);
+  FreeBuffer(data, capacity);
 }
 
 String& String::operator=(const char* s) {
@@ -164,11 +166,6 @@ void String::SetLength(int n) {
   prAllocMem(n);
   if (n > length) memset(data + length, 0, static_cast<size_t>(n - length));
   length = n;
-}
-
-void String::Wipe() {
-  if (data != nullptr) explicit_bzero(data, static_cast<size_t>(capacity));
-  prAllocMem(0);
 }
 
 // --- joining and comparing ---

@@ -2,6 +2,9 @@
 //
 // Positions are 1-based throughout, 0 means "not found".  A String may hold NUL bytes: packet bodies live in it as
 // well as text.  Objects are plain values; one object must not be written by two threads at once.
+//
+// What a String held is overwritten when it lets go of it, in growing as in going away: most texts here come from
+// requests and settings, and those may be passwords.
 #pragma once
 
 class String {
@@ -59,8 +62,6 @@ class String {
   // Drops leading and trailing bytes whose value as a signed char is at most 32, so 0x80-0xFF go as well: the
   // servers rely on it.
   String& Trim();
-  // Overwrites the buffer with zeros before it is freed: for keys, digests and passwords.
-  void Wipe();
 
   int Pos(char c) const;
   int Pos(const char* s, int n = -1) const;

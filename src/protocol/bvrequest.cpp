@@ -31,11 +31,6 @@ BVRequest::BVRequest(String&& newText) : text(std::move(newText)) {
   IndexLines();
 }
 
-BVRequest::~BVRequest() {
-  text.Wipe();
-  sessionKey.Wipe();
-}
-
 BVRequest& BVRequest::operator=(const String& newText) {
   text = newText;
   IndexLines();
@@ -68,7 +63,7 @@ int BVRequest::ParseInitRequest(const String& password, in_addr client) {
 }
 
 int BVRequest::ParseInitRequest(const TPasswordKeys& keys, in_addr client) {
-  sessionKey.Wipe();
+  sessionKey = String();
   cipher = nullptr;
   const TPacketHead head = Head();
   if (!head.CheckFrame(client, keys)) return 0;

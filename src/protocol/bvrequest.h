@@ -17,9 +17,6 @@ class BVRequest {
   BVRequest() = default;
   BVRequest(const String& newText);
   BVRequest(String&& newText);
-  BVRequest(const BVRequest&) = default;
-  BVRequest& operator=(const BVRequest&) = default;
-  ~BVRequest();  // wipes: a request may carry a password
 
   BVRequest& operator=(const String& newText);
   BVRequest& operator=(const char* newText);

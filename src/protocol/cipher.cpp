@@ -59,7 +59,3 @@ void TCipherKey::Decrypt(const char* in, char* out, int n) const {
 }
 
 TPasswordKeys::TPasswordKeys(const String& password) : proof(EncodePswd(password)), cipher(password) {}
-
-TPasswordKeys::~TPasswordKeys() {
-  proof.Wipe();
-}

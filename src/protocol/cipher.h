@@ -31,7 +31,6 @@ using TCipherKeyPtr = std::shared_ptr<const TCipherKey>;
 // What a password proves and opens, prepared once when the password is set.
 struct TPasswordKeys {
   explicit TPasswordKeys(const String& password);
-  ~TPasswordKeys();
   TPasswordKeys(const TPasswordKeys&) = delete;
   TPasswordKeys& operator=(const TPasswordKeys&) = delete;
 

@@ -18,11 +18,6 @@ void SetLine(String& text, const char* line) {
 
 }  // namespace
 
-TAVReply::~TAVReply() {
-  text.Wipe();
-  sessionKey.Wipe();
-}
-
 TAVReply& TAVReply::operator=(const String& newText) {
   text = newText;
   return *this;

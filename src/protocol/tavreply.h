@@ -11,9 +11,6 @@
 class TAVReply {
  public:
   TAVReply() = default;
-  TAVReply(const TAVReply&) = default;
-  TAVReply& operator=(const TAVReply&) = default;
-  ~TAVReply();  // wipes: a reply may carry the password
 
   TAVReply& operator=(const String& newText);
   TAVReply& operator=(const char* newText);

@@ -130,4 +130,42 @@ TEST(Configuration, AFileSizeLimitIsToldAndCostsNothing) {
   ExpectServed(agent, 5);
 }
 
+// All that the agent can write to: its heap, its stacks, its variables.
+std::string MemoryOf(pid_t pid) {
+  const std::string process = "/proc/" + std::to_string(pid);
+  std::ifstream maps(process + "/maps"), memory(process + "/mem");
+  std::string all;
+  for (std::string line; std::getline(maps, line);) {
+    unsigned long begin = 0, end = 0;
+    char rights[5] = "";
+    if (sscanf(line.c_str(), "%lx-%lx %4s", &begin, &end, rights) != 3 || rights[1] != 'w') continue;
+    std::string part(end - begin, '\0');
+    memory.clear();
+    memory.seekg(static_cast<std::streamoff>(begin));
+    memory.read(&part[0], static_cast<std::streamsize>(part.size()));
+    all += part;
+  }
+  return all;
+}
+
+// Cure: a text is overwritten wherever it is let go of.
+TEST(Configuration, AChangedPasswordLeavesNoTraceInMemory) {
+  if (Sanitized()) GTEST_SKIP() << "a sanitizer fills too much memory to read";
+  const std::string gone = "Kestrel-on-the-north-tower", kept = "Heron-at-the-south-gate";
+  Agent agent;
+  agent.password = gone;
+  Start(agent, "comment=" + std::string(900, 'c') + "\n");
+  for (const char* request : {"GetSettings", "SetSettings|Comment=other", "ReloadCfg", "GetSettings", "TEST-UNC|/"})
+    EXPECT_EQ("200", FirstLine(agent.Ask(request)));
+  EXPECT_EQ("200", agent.Ask("SetSettings|Password=" + kept));
+  agent.password = kept;
+  EXPECT_EQ("200\nOk", agent.Ask("ReloadCfg"));
+  const auto remembers = [&agent](const std::string& text) {
+    return MemoryOf(agent.pid).find(text) != std::string::npos;
+  };
+  EXPECT_TRUE(remembers(kept)) << "the search finds what is there";
+  // A freed block loses its first bytes to the allocator.
+  EXPECT_TRUE(WaitFor([&] { return !remembers(gone.substr(8)); })) << "the last reader lets go within a second";
+}
+
 }  // namespace

@@ -7,14 +7,11 @@
 #include <chrono>
 
 #include "protocol/tav_const.h"
+#include "text.h"
 
 namespace {
 
 constexpr int kSessionKeySize = 32;
-
-std::string Bytes(const String& s) {
-  return s.Length() == 0 ? std::string() : std::string(s.Data(), static_cast<size_t>(s.Length()));
-}
 
 // getrandom never gives fewer bytes than asked for at this size, but a signal may come first.
 bool RandomKey(String& key, TFailure& failure) {
@@ -43,9 +40,7 @@ bool MakePacket(const TPasswordKeys& password, const std::string& text, TPacket&
   String body(kSignature, SIZELEN_AUTH);
   AddField(body, password.proof, SIZELEN_PSWD);
   AddField(body, EncodeData(sessionKey, password.cipher, 0), SIZELEN_KEY);
-  const String clear(text.data(), static_cast<int>(text.size()));
-  AddField(body, EncodeData(clear, *packet.key, 0), SIZELEN_REQUEST);
-  sessionKey.Wipe();
+  AddField(body, EncodeData(ToString(text), *packet.key, 0), SIZELEN_REQUEST);
 
   packet.bytes = EncodeLength(body, SIZELEN_PACKET);
   packet.bytes += body;

@@ -17,10 +17,6 @@ namespace {
 
 using TFindings = std::vector<TFinding>;
 
-std::string Bytes(const String& s) {
-  return s.Length() == 0 ? std::string() : std::string(s.Data(), static_cast<size_t>(s.Length()));
-}
-
 void Warn(TFindings& findings, int line, const std::string& text) {
   findings.push_back({line, false, text});
 }
@@ -52,9 +48,7 @@ void CheckLine(char* text, int line, std::map<std::string, int>& seen, TFindings
     Warn(findings, line,
          "'" + name + "' stands in line " + std::to_string(first->second) + " already; " +
              (name == "port" ? "the first one" : "the last one") + " counts");
-  String value = SettingsLineValue(valueAt);
-  if (!IsSecret(*key)) CheckLineValue(*key, Bytes(value), line, findings);
-  value.Wipe();
+  if (!IsSecret(*key)) CheckLineValue(*key, Bytes(SettingsLineValue(valueAt)), line, findings);
 }
 
 void CheckLines(TSettingsFile& file, TFindings& findings) {

@@ -54,7 +54,6 @@ void RunInit(TContext&, const TArgs& args, TOutcome& outcome) {
   const std::string path = args.Text("FILE");
   if (!RandomPassword(password, outcome.failure)) return;
   std::string text = SampleConfig(password, args.Text("--tavpath", "/usr/sbin/tav"));
-  password.Wipe();
   const bool written = WriteNew(path, text, outcome.failure);
   explicit_bzero(text.data(), text.size());
   if (path == "-")

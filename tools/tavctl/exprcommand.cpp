@@ -2,6 +2,7 @@
 #include "checks/expressions.h"
 #include "commands.h"
 #include "exprview.h"
+#include "text.h"
 
 namespace {
 
@@ -19,9 +20,8 @@ void RunExpr(TContext& context, const TArgs& args, TOutcome& outcome) {
   outcome.result.Add("grouping", "read as", view.grouping);
   if (!args.Has("--line")) return;
   const std::string line = args.Text("--line");
-  const int found = SearchForExpression(String(line.data(), static_cast<int>(line.size())),
-                                        String(text.data(), static_cast<int>(text.size())),
-                                        !args.Has("--ignore-case"), args.Has("--word"));
+  const int found =
+      SearchForExpression(ToString(line), ToString(text), !args.Has("--ignore-case"), args.Has("--word"));
   outcome.result.Add("matches", "matches", found == 1, TUnit::kYesNo);
 }
 

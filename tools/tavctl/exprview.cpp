@@ -5,12 +5,9 @@
 #include <vector>
 
 #include "checks/expressions.h"
+#include "text.h"
 
 namespace {
-
-std::string Bytes(const String& s) {
-  return s.Length() == 0 ? std::string() : std::string(s.Data(), static_cast<size_t>(s.Length()));
-}
 
 struct TToken {
   std::string text;
@@ -34,7 +31,7 @@ std::vector<TToken> Tokens(TExprParser& parser, const std::string& expression) {
 }
 
 bool IsOperand(const TExprParser& parser, const std::string& token) {
-  return parser.TokenInPriority(String(token.data(), static_cast<int>(token.size()))) == -1;
+  return parser.TokenInPriority(ToString(token)) == -1;
 }
 
 bool IsGoodOperand(const std::string& token) {

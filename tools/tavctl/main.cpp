@@ -98,11 +98,11 @@ int RunRemote(TInvocation& invocation, TView view) {
   TAgent agent;
   agent.timeoutMs = invocation.options.timeoutMs;
   {
-    TSecret password;
+    String password;
     const bool ready =
         FindPassword(invocation.options.secrets, password, failure) && Confirmed(invocation, where, failure);
     if (!ready) return view.many = false, ReportFailure(view, command, failure);
-    agent.password = std::make_shared<const TPasswordKeys>(password.text);
+    agent.password = std::make_shared<const TPasswordKeys>(password);
   }
   if (!view.many) {
     agent.target = targets[0];

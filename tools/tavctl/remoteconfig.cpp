@@ -11,14 +11,6 @@ namespace {
 
 constexpr size_t kMaxValue = 960;  // a line of the agent's file holds 1023 bytes, key and line end included
 
-std::string Bytes(const String& s) {
-  return s.Length() == 0 ? std::string() : std::string(s.Data(), static_cast<size_t>(s.Length()));
-}
-
-String ToString(const std::string& s) {
-  return s.empty() ? String() : String(s.data(), static_cast<int>(s.size()));
-}
-
 bool IsWire(const TSettingKey& key, const char* name) {
   return key.wire != nullptr && strcmp(key.wire, name) == 0;
 }
@@ -132,19 +124,14 @@ bool FetchSettings(const TAgent& agent, TTAVSettings& settings, TOutcome& outcom
     for (const auto& list : {info.tests, info.actions})
       for (const TSwitch& one : list)
         if (one.name == key->wire) value = BoolConst[one.on];
-    String taken = ToString(value);
-    TakeRemoteValue(settings, *key, taken);
-    taken.Wipe();
+    TakeRemoteValue(settings, *key, ToString(value));
     explicit_bzero(value.data(), value.size());
   }
   return true;
 }
 
 std::string FileText(const TTAVSettings& settings, const TSettingKey& key) {
-  String value = FileValue(settings, key);
-  std::string text = Bytes(value);
-  value.Wipe();
-  return text;
+  return Bytes(FileValue(settings, key));
 }
 
 bool CheckValue(const TSettingKey& key, const std::string& given, std::string& sent, TFailure& failure) {

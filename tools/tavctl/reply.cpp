@@ -49,8 +49,7 @@ std::string TReader::Text(const char* what) {
 std::string TReader::Decoded(const char* what) {
   std::string line = Text(what);
   if (line.empty()) return line;
-  const String decoded = tavDecodeStrings(line.data(), static_cast<int>(line.size()));
-  return std::string(decoded.Data(), static_cast<size_t>(decoded.Length()));
+  return Bytes(tavDecodeStrings(line.data(), static_cast<int>(line.size())));
 }
 
 long long TReader::Number(const char* what) {

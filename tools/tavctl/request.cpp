@@ -13,10 +13,6 @@ bool TrimmedByAgent(char c) {
   return static_cast<signed char>(c) <= 32;
 }
 
-std::string FromString(const String& s) {
-  return s.Length() == 0 ? "" : std::string(s.Data(), static_cast<size_t>(s.Length()));
-}
-
 }  // namespace
 
 void TParams::Refuse(const std::string& text, const std::string& hint) {
@@ -47,7 +43,7 @@ void TParams::Text(size_t position, const std::string& value) {
 void TParams::Encoded(size_t position, const std::string& value) {
   if (value.empty()) return Set(position, "");
   const String encoded = tavEncodeStrings(value.data(), static_cast<int>(value.size()));
-  const std::string line = FromString(encoded);
+  const std::string line = Bytes(encoded);
   CheckEnds(line);
   Set(position, line);
 }

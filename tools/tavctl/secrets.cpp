@@ -34,7 +34,7 @@ bool OpenGuarded(const std::string& path, TFd& fd, TFailure& failure) {
 }
 
 // The first line that `fd` gives.
-bool ReadLine(int fd, const std::string& from, TSecret& secret, TFailure& failure) {
+bool ReadLine(int fd, const std::string& from, String& secret, TFailure& failure) {
   char buffer[kMaxSecret];
   size_t used = 0;
   bool ended = false;
@@ -47,13 +47,13 @@ bool ReadLine(int fd, const std::string& from, TSecret& secret, TFailure& failur
   }
   size_t length = 0;
   while (length < used && buffer[length] != '\n' && buffer[length] != '\r') ++length;
-  if (ended) secret.text.CopyData(buffer, static_cast<int>(length));
+  if (ended) secret.CopyData(buffer, static_cast<int>(length));
   explicit_bzero(buffer, sizeof buffer);
   if (!ended) return Fail(failure, TKind::kConfig, from + " holds a line longer than a password can be");
   return length != 0 || Fail(failure, TKind::kConfig, from + " holds no password");
 }
 
-bool Prompt(TSecret& password, TFailure& failure) {
+bool Prompt(String& password, TFailure& failure) {
   TFd terminal(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
   termios before{};
   if (!terminal.IsOpen() || !isatty(STDERR_FILENO) || tcgetattr(terminal.Get(), &before) != 0)
@@ -72,12 +72,12 @@ bool Prompt(TSecret& password, TFailure& failure) {
 
 }  // namespace
 
-bool ReadSecretFile(const std::string& path, TSecret& secret, TFailure& failure) {
+bool ReadSecretFile(const std::string& path, String& secret, TFailure& failure) {
   TFd fd;
   return OpenGuarded(path, fd, failure) && ReadLine(fd.Get(), "'" + path + "'", secret, failure);
 }
 
-bool ReadAgentConfig(const std::string& path, TAgentConfig& config, TSecret* password, TFailure& failure) {
+bool ReadAgentConfig(const std::string& path, TAgentConfig& config, String* password, TFailure& failure) {
   TFd fd;
   if (!OpenGuarded(path, fd, failure)) return false;
   TTAVSettings settings;
@@ -90,12 +90,11 @@ bool ReadAgentConfig(const std::string& path, TAgentConfig& config, TSecret* pas
   config.host = settings.host.CStr();
   config.port = settings.port;
   const bool empty = settings.password.Length() == 0;
-  if (password != nullptr) password->text = settings.password;
-  settings.password.Wipe();
+  if (password != nullptr) *password = settings.password;
   return password == nullptr || !empty || Fail(failure, TKind::kConfig, "'" + path + "' holds no password");
 }
 
-bool FindPassword(const TSecretSources& sources, TSecret& password, TFailure& failure) {
+bool FindPassword(const TSecretSources& sources, String& password, TFailure& failure) {
   if (sources.passwordFile == "-") return ReadLine(STDIN_FILENO, "standard input", password, failure);
   if (!sources.passwordFile.empty()) return ReadSecretFile(sources.passwordFile, password, failure);
   if (!sources.agentConfig.empty()) {
@@ -108,9 +107,9 @@ bool FindPassword(const TSecretSources& sources, TSecret& password, TFailure& fa
     if (access(path.c_str(), F_OK) == 0) return ReadSecretFile(path, password, failure);
   }
   if (char* value = getenv("TAV_PASSWORD")) {
-    password.text = value;
+    password = value;
     explicit_bzero(value, strlen(value));
-    return password.text.Length() != 0 || Fail(failure, TKind::kConfig, "TAV_PASSWORD is empty");
+    return password.Length() != 0 || Fail(failure, TKind::kConfig, "TAV_PASSWORD is empty");
   }
   return Prompt(password, failure);
 }

@@ -6,17 +6,6 @@
 #include "core/zostring.h"
 #include "errors.h"
 
-// A text that is wiped when it goes away.
-class TSecret {
- public:
-  TSecret() = default;
-  TSecret(const TSecret&) = delete;
-  TSecret& operator=(const TSecret&) = delete;
-  ~TSecret() { text.Wipe(); }
-
-  String text;
-};
-
 struct TSecretSources {
   std::string passwordFile;  // "-": standard input
   std::string agentConfig;   // the agent's own file
@@ -30,10 +19,10 @@ struct TAgentConfig {
 
 // Looks in this order: the password file, the agent's configuration, the file that TAV_PASSWORD_FILE names,
 // tav-password in CREDENTIALS_DIRECTORY, TAV_PASSWORD, and last a prompt on the terminal.
-bool FindPassword(const TSecretSources& sources, TSecret& password, TFailure& failure);
+bool FindPassword(const TSecretSources& sources, String& password, TFailure& failure);
 
 // Reads the first line of a file.  One that its group or others may read is refused.
-bool ReadSecretFile(const std::string& path, TSecret& secret, TFailure& failure);
+bool ReadSecretFile(const std::string& path, String& secret, TFailure& failure);
 
 // Reads port, host and, when `password` is not null, the password with the agent's own rules.
-bool ReadAgentConfig(const std::string& path, TAgentConfig& config, TSecret* password, TFailure& failure);
+bool ReadAgentConfig(const std::string& path, TAgentConfig& config, String* password, TFailure& failure);

@@ -68,11 +68,11 @@ bool CollectChanges(const TArgs& args, std::vector<TChange>& changes, TFailure& 
     changes.push_back(change);
   }
   if (args.Has("--new-password-file")) {
-    TSecret secret;
+    String secret;
     TChange change;
     change.key = FindSetting("password");
     if (!ReadSecretFile(args.Text("--new-password-file"), secret, failure)) return false;
-    if (!CheckValue(*change.key, secret.text.CStr(), change.value, failure)) return false;
+    if (!CheckValue(*change.key, secret.CStr(), change.value, failure)) return false;
     changes.push_back(change);
   }
   return !changes.empty() ||
@@ -81,9 +81,7 @@ bool CollectChanges(const TArgs& args, std::vector<TChange>& changes, TFailure& 
 
 void Apply(const std::vector<TChange>& changes, TTAVSettings& settings) {
   for (const TChange& change : changes) {
-    String value(change.value.data(), static_cast<int>(change.value.size()));
-    TakeRemoteValue(settings, *change.key, value);
-    value.Wipe();
+    TakeRemoteValue(settings, *change.key, ToString(change.value));
   }
 }
 

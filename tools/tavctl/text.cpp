@@ -46,6 +46,14 @@ void AppendEscape(std::string& out, unsigned char c) {
 
 }  // namespace
 
+std::string Bytes(const String& s) {
+  return s.Length() == 0 ? std::string() : std::string(s.Data(), static_cast<size_t>(s.Length()));
+}
+
+String ToString(const std::string& s) {
+  return s.empty() ? String() : String(s.data(), static_cast<int>(s.size()));
+}
+
 std::string Visible(const std::string& text) {
   std::string out;
   out.reserve(text.size());

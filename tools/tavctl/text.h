@@ -3,6 +3,12 @@
 
 #include <string>
 
+#include "core/zostring.h"
+
+// From and to the agent's own strings.
+std::string Bytes(const String& s);
+String ToString(const std::string& s);
+
 // Bytes that a terminal would act on come out as "\xNN", "\n", "\t"; well-formed UTF-8 stays, broken UTF-8 does
 // not.
 std::string Visible(const std::string& text);

@@ -52,7 +52,7 @@ bool ReadReply(TLink& link, const TAgent& agent, const TPacket& packet, TReply& 
 
 // The digest of a password is made the same way as that of a file.
 String Digest(const std::string& content) {
-  return EncodePswd(String(content.data(), static_cast<int>(content.size())));
+  return EncodePswd(ToString(content));
 }
 
 bool SendFile(TLink& link, const TContext& context, const std::string& content, TFailure& failure) {

@@ -1,0 +1,45 @@
+#include "core/buffer.h"
+
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+
+namespace {
+
+void* OrNull(void* pages) {
+  return pages == MAP_FAILED ? nullptr : pages;
+}
+
+void* NewPages(size_t size) {
+  return OrNull(mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+}
+
+}  // namespace
+
+char* ResizeBuffer(char* old, int oldSize, int size) {
+  const auto bytes = static_cast<size_t>(size), oldBytes = static_cast<size_t>(oldSize);
+  const bool paged = size >= kPagesFrom;
+  if (paged && oldSize >= kPagesFrom) {
+    return static_cast<char*>(OrNull(mremap(old, oldBytes, bytes, MREMAP_MAYMOVE)));
+  }
+  auto* fresh = static_cast<char*>(paged ? NewPages(bytes) : malloc(bytes));  // realloc would leave the old bytes
+  if (fresh == nullptr) return nullptr;
+  const size_t kept = std::min(bytes, oldBytes);
+  if (kept > 0) memcpy(fresh, old, kept);
+  if (!paged) memset(fresh + kept, 0, bytes - kept);
+  FreeBuffer(old, oldSize);
+  return fresh;
+}
+
+void FreeBuffer(char* buffer, int size) {
+  if (buffer == nullptr) return;
+  const auto bytes = static_cast<size_t>(size);
+  if (size >= kPagesFrom) {
+    munmap(buffer, bytes);
+  } else {
+    explicit_bzero(buffer, bytes);
+    free(buffer);
+  }
+}
