@@ -1,14 +1,14 @@
 // completion: scripts for the shells, made from the command table.
 #include <set>
+#include <sstream>
 
 #include "commands.h"
 
 namespace {
 
 constexpr const char* kGlobals =
-    "-H --host -p --port -t --timeout --password-file --agent-config --hosts -j --jobs -o --output --no-color -q "
-    "--quiet "
-    "-v --verbose --help --version";
+    "-H --host -p --port -t --timeout --password-file --agent-config --hosts -j --jobs -o --output --no-color "
+    "-q --quiet -v --verbose --help --version";
 // Those that take the next word.
 constexpr const char* kGlobalsWithValue =
     "-H|--host|-p|--port|-t|--timeout|--password-file|--agent-config|--hosts|-j|--jobs|-o|--output";
@@ -97,11 +97,13 @@ std::string Bash() {
 }
 
 std::string Zsh() {
+  std::string wordsOnly = "''|completion";  // no file fits there
+  for (const std::string& group : Groups()) wordsOnly += "|" + group;
   return "#compdef tavctl\n_tavctl() {\n"
          "  local current=\"${words[CURRENT]}\" at= skip= found= word\n"
          "  for word in \"${(@)words[2,CURRENT-1]}\"; do\n" +
-         Gather() + "  done\n" + Cases() +
-         "  compadd -- ${=found}\n  _files\n"
+         Gather() + "  done\n" + Cases() + "  compadd -- ${=found}\n  case \"$at\" in " + wordsOnly +
+         ") ;; *) _files ;; esac\n"
          "}\ncompdef _tavctl tavctl\n";
 }
 
@@ -111,8 +113,22 @@ std::string FishQuoted(const std::string& text) {
   return quoted + "'";
 }
 
+// The global options, long and short.
+std::string FishGlobals() {
+  const std::string withValue = "|" + std::string(kGlobalsWithValue) + "|";
+  std::istringstream globals(kGlobals);
+  std::string text;
+  for (std::string option; globals >> option;) {
+    const bool isLong = option[1] == '-';
+    text += "complete -c tavctl" + std::string(isLong ? " -l " : " -s ") + option.substr(isLong ? 2 : 1) +
+            (withValue.find("|" + option + "|") == std::string::npos ? "" : " -r") + "\n";
+  }
+  return text;
+}
+
 std::string Fish() {
-  std::string text = "# fish completion for tavctl\n";
+  std::string text = "# fish completion for tavctl\n" + FishGlobals() +
+                     "complete -c tavctl -f -n '__fish_seen_subcommand_from completion' -a 'bash zsh fish'\n";
   for (const std::string& group : Groups())
     text += "complete -c tavctl -f -n __fish_use_subcommand -a " + group + "\n";
   for (const TCommandRow& row : AllCommands()) {
