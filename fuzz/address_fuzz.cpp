@@ -38,6 +38,6 @@ void Check(std::string input) {
     const bool held = std::any_of(ranges.begin(), ranges.end(),
                                   [peer](const TRange& r) { return r.first <= peer && peer <= r.second; });
     String error;
-    Require(IPAllowed(in_addr{htonl(peer)}, Str(input), error) == held);
+    Require(IPAllowed(in_addr{htonl(peer)}, Bytes(input), error) == held);
   }
 }

@@ -5,7 +5,7 @@
 #include "protocol/tav_const.h"
 
 static void CheckStrings(const std::string& s) {
-  const String encoded = tavEncodeStrings(Str(s)), decoded = tavDecodeStrings(Str(s));
+  const String encoded = tavEncodeStrings(Bytes(s)), decoded = tavDecodeStrings(Bytes(s));
   Require(encoded.Pos('\n') == 0 && encoded.Pos('\r') == 0 && tavEncodeStrings(decoded) == encoded);
   Require(tavDecodeStrings(encoded) == decoded &&
           tavDecodeStrings(s.c_str(), 0) == tavDecodeStrings(String(s.c_str())));
@@ -29,7 +29,7 @@ void Check(std::string input) {
   Twofish_initialise();
   CheckStrings(input);
   CheckNumbers(input.c_str());
-  const String keyText = Str(Cut(input, '\n')), text = Str(input), half = text.Copy(1, text.Length() / 2);
+  const String keyText = Bytes(Cut(input, '\n')), text = Bytes(input), half = text.Copy(1, text.Length() / 2);
   for (const int digits : {1, 2, 4}) {
     const int shown = int(input.size() & (~0ull >> (64 - 8 * digits)));
     Require(DecodeLength(EncodeLength(text, digits).Data(), digits) == shown);

@@ -52,8 +52,8 @@ void Check(std::string input) {
   const std::string foreign = ForeignLines(input, cut);
   std::ofstream(path, std::ios::binary) << input;
   TTAVSettings settings = Load();
-  const TSettingKey* changed = FindSettingKey(Str(Cut(value, '=')));
-  if (changed != nullptr) TakeRemoteValue(settings, *changed, tavDecodeStrings(Str(value)));
+  const TSettingKey* changed = FindSettingKey(Bytes(Cut(value, '=')));
+  if (changed != nullptr) TakeRemoteValue(settings, *changed, tavDecodeStrings(Bytes(value)));
   const std::string first = Save(settings);
   const TTAVSettings again = Load();
   for (const TSettingKey& key : kSettingKeys) {

@@ -46,7 +46,7 @@ static bool Satisfies(const String& line, String text, int caseSensitive, int wh
 void Check(std::string input) {
   const std::string flags = Cut(input, '\n'), text = Cut(input, '\n');
   const int sensitive = flags.find('1') != std::string::npos, words = flags.find('2') != std::string::npos;
-  const String line = Str(input), expression = Str(text);
+  const String line = Bytes(input), expression = Bytes(text);
   const int expected = Satisfies(line, expression, sensitive, words);
   TLineFilter filter(expression, 1, sensitive, words), plain(expression, 0, sensitive, words);
   Require(SearchForExpression(line, expression, sensitive, words) == expected);

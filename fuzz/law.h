@@ -4,12 +4,10 @@
 #include <string.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <vector>
 
-#include "core/zostring.h"
+#include "tests/scratch.h"
 
 void Check(std::string input);  // a target's laws over one input
 
@@ -20,13 +18,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
 inline void Require(bool lawHolds) {
   if (!lawHolds) abort();
-}
-
-inline String Str(const std::string& s) {
-  return String(s.data(), static_cast<int>(s.size()));
-}
-inline std::string Std(const String& s) {
-  return std::string(s.Data(), s.Data() + s.Length());
 }
 
 // Takes what stands before the first `end` off the front, and the end with it; everything when there is none.

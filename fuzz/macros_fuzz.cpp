@@ -60,13 +60,13 @@ static bool Resolve(const std::string& done, const std::string& rest, std::strin
 void Check(std::string input) {
   static const std::string root = MakeTree();
   input = root + input.c_str();
-  const String path = Str(input);
+  const String path = Bytes(input);
   Require(ExtractFilePath(path) + ExtractFileName(path) == path);
   // Names that begin with two dots have rules of their own, and lead out of the tree, where others work.
   if (input.find("..") != std::string::npos) return;
   // A path that ends in "/./" keeps a slash, one that holds "/.//" keeps two.
   const bool keepsSlash = input.size() > 3 && input.compare(input.size() - 3, 3, "/./") == 0;
-  const String expected = ExcludeTrailingPathDelimiter(Str(fs::path(input).lexically_normal()));
+  const String expected = ExcludeTrailingPathDelimiter(Bytes(fs::path(input).lexically_normal()));
   if (input.find(".//") == std::string::npos)
     Require(ExpandFileName(path) == (keepsSlash ? expected + "/" : expected));
   std::string resolved;

@@ -30,7 +30,7 @@ static void CheckLines(const BVRequest& request, std::string rest) {
   const int count = int(std::count(rest.begin(), rest.end(), '\n'));
   Require(request.GetParamsCount() == count);
   for (int i = 1; i <= count + 2; i++) {
-    String line = Str(Cut(rest, '\n'));
+    String line = Bytes(Cut(rest, '\n'));
     Require(request.GetParam(i, 0) == line && request.GetParam(i, 1) == line.Trim());
     const int equals = line.Pos('=');
     String name = line.Copy(1, equals - 1).Trim();
@@ -43,7 +43,7 @@ void Check(std::string input) {
   Twofish_initialise();
   static const TPasswordKeys prepared[] = {TPasswordKeys("secret"), TPasswordKeys("")};
   std::string knobs = Cut(input, '\n');
-  const String key = Str(Cut(input, '\n')), text = Str(input);
+  const String key = Bytes(Cut(input, '\n')), text = Bytes(input);
   const TCipherKey session(key);
   knobs.resize(std::max<size_t>(knobs.size(), 3), '0');
   const auto knob = [&](size_t i) { return uint8_t(knobs[i] - '0'); };
@@ -51,7 +51,7 @@ void Check(std::string input) {
   std::string packet = std::string(kSignature, 2) + Field(keys.proof, 2) +
                        Field(EncodeData(key, keys.cipher, 0), 2) + Field(EncodeData(text, session, 0), 4) +
                        std::string(knob(2), 't');
-  packet = Field(Str(packet), 4);
+  packet = Field(Bytes(packet), 4);
   for (size_t i = 3; i + 1 < knobs.size(); i += 2) packet[knob(i) % packet.size()] ^= char(knob(i + 1));
 
   TPacketHead head;

@@ -25,7 +25,7 @@ static void CheckValue(TAVReply& reply, const std::string& value) {
   char time[32];
   tm local;
   strftime(time, sizeof time, "%Y-%m-%d %H:%M:%S", localtime_r(&when, &local));
-  reply.AddStringParam(Str(value), 1);
+  reply.AddStringParam(Bytes(value), 1);
   reply.AddIntParam(number);
   reply.AddIntParam(int(number));
   reply.AddBoolParam(int(number));
@@ -34,7 +34,7 @@ static void CheckValue(TAVReply& reply, const std::string& value) {
 
   const TReply parsed = Parsed("200\n" + Std(reply.Text().Copy(before + 1, reply.Length())) + "\r", true);
   TReader reader(parsed);
-  Require(reader.Decoded("text") == Std(tavDecodeStrings(Str(value))));
+  Require(reader.Decoded("text") == Std(tavDecodeStrings(Bytes(value))));
   Require(reader.Number("64 bits") == number && reader.Number("32 bits") == int(number));
   Require(reader.Flag("flag") == (int(number) != 0) && reader.Real("real") == double(number) / 16);
   Require(reader.When("time") == time && parsed.lines.size() == 6);
@@ -43,7 +43,7 @@ static void CheckValue(TAVReply& reply, const std::string& value) {
 void Check(std::string input) {
   Twofish_initialise();
   Parsed(input, false);
-  const String key = Str(Cut(input, '|'));
+  const String key = Bytes(Cut(input, '|'));
   const std::string code = Cut(input, '|').c_str();
   TAVReply reply;
   reply.InitPacket(nullptr, key);

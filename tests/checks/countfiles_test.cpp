@@ -2,15 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/checks/scratch.h"
+#include "tests/checks/replies.h"
 
 namespace fs = std::filesystem;
 
 // Hidden folders and links are not entered.
 TEST(CountFiles, CountsByMaskConditionAndDepth) {
-  const TScratch s;
+  const TTree s;
   for (const char* folder : {"sub/deep", ".hid", "empty"}) fs::create_directories(s.path + folder);
-  for (const char* f : {"a.log", ".h.log", "b.txt", "sub/c.log", "sub/deep/d.log", ".hid/e.log"}) s.Write(f, f);
+  for (const char* f : {"a.log", ".h.log", "b.txt", "sub/c.log", "sub/deep/d.log", ".hid/e.log"}) s.Add(f, f);
   fs::create_symlink(s.path + "a.log", s.path + "link.log");
   fs::create_directory_symlink(s.path + "sub", s.path + "linked");
   fs::last_write_time(s.path + "a.log", fs::file_time_type::clock::now() - std::chrono::hours(2));

@@ -5,7 +5,7 @@
 #include <random>
 
 #include "checks/linefilter.h"
-#include "tests/checks/scratch.h"
+#include "tests/checks/replies.h"
 
 static std::mt19937 rng(6);
 

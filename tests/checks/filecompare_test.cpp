@@ -2,14 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/checks/scratch.h"
+#include "tests/checks/replies.h"
 
 // A file that begins another equals it; a text that is not found answers as a read error; sizes are not asked when
 // the times differ.
 TEST(FileCompare, AnswersEveryMode) {
-  const TScratch s;
-  const std::string a = s.Write("abc", "abc\n"), more = s.Write("more", "abc\ndef"), x = s.Write("abX", "abX\n");
-  const std::string block(262144, 'x'), limit = s.Write("8M", ""), above = s.Write("8M+", "");
+  const TTree s;
+  const std::string a = s.Add("abc", "abc\n"), more = s.Add("more", "abc\ndef"), x = s.Add("abX", "abX\n");
+  const std::string block(262144, 'x'), limit = s.Add("8M", ""), above = s.Add("8M+", "");
   for (const std::string& f : {a, more}) std::filesystem::last_write_time(f, {});
   std::filesystem::resize_file(limit, 8388608);
   std::filesystem::resize_file(above, 8388609);
@@ -17,7 +17,7 @@ TEST(FileCompare, AnswersEveryMode) {
   const std::string macro = s.path + "%OldestFile%\n", wrong = "501\nWrong parameter";
   const std::pair<std::string, std::string> rows[] = {
       {"1\n" + a + "\n" + more + "\n0\n0\n1\n", yes},
-      {"1\n" + s.Write("b", block) + "\n" + s.Write("b+", block + "y") + "\n0\n0\n1\n", yes},
+      {"1\n" + s.Add("b", block) + "\n" + s.Add("b+", block + "y") + "\n0\n0\n1\n", yes},
       {"1\n" + a + "\n" + x + "\n0\n0\n1\n", no},
       {"1\n" + a + "\n" + x + "\n0\n1\n0\n", yes},
       {"1\n" + a + "\n" + x + "\n1\n1\n0\n", no},

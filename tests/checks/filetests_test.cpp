@@ -8,8 +8,7 @@
 
 #include "core/closers.h"
 #include "core/treewalk.h"
-#include "tests/checks/scratch.h"
-#include "tests/core/tree.h"
+#include "tests/checks/replies.h"
 
 namespace {
 

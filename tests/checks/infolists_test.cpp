@@ -3,8 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "tests/checks/scratch.h"
-#include "tests/core/tree.h"
+#include "tests/checks/replies.h"
 
 namespace {
 

@@ -7,17 +7,12 @@
 #include <vector>
 
 #include "config/settings.h"
+#include "tests/checks/replies.h"
 #include "tests/core/own_temp_folder.h"
 
 namespace {
 
 using THandler = void (*)(const BVRequest&, TAVReply&);
-
-std::string Ask(THandler handler, const std::string& parameters) {
-  TAVReply reply;
-  handler(BVRequest(String(parameters.c_str())), reply);
-  return std::string(reply.Text().Data(), static_cast<size_t>(reply.Length()));
-}
 
 // The temporary folder has a blank and a quote in its name.
 class ScriptTests : public OwnTempFolder {
@@ -38,7 +33,7 @@ class ScriptTests : public OwnTempFolder {
   std::string AskHelper(THandler handler, const std::string& script, const std::string& parameters = "") {
     std::ofstream(helper) << "#!/bin/sh\n" << script;
     chmod(helper.c_str(), 0700);
-    return Ask(handler, parameters);
+    return ReplyOf(handler, parameters);
   }
 
   const std::string helper;
@@ -75,7 +70,7 @@ TEST_F(ScriptTests, ExternalProgramsAnswerTheirExitCode) {
       {"\n\n\n0\n", "501\n"},
       {"true\n\n\nx\n", "501\nWrong parameter"},
   };
-  for (const auto& row : rows) EXPECT_EQ(row.second, Ask(ProcessTest_External, row.first)) << row.first;
+  for (const auto& row : rows) EXPECT_EQ(row.second, ReplyOf(ProcessTest_External, row.first)) << row.first;
 }
 
 TEST_F(ScriptTests, ServerScriptsAnswerTheirResultLine) {
@@ -88,7 +83,7 @@ TEST_F(ScriptTests, ServerScriptsAnswerTheirResultLine) {
       {"%script%\n\n\n0\n0\n",
        "301\nScript execution error: exec error: No such file or directory"},  // not replaced
   };
-  for (const auto& row : rows) EXPECT_EQ(row.second, Ask(ProcessTest_ShellScript, row.first)) << row.first;
+  for (const auto& row : rows) EXPECT_EQ(row.second, ReplyOf(ProcessTest_ShellScript, row.first)) << row.first;
 }
 
 TEST_F(ScriptTests, RunEightyServerScriptsAtOnce) {
@@ -97,7 +92,7 @@ TEST_F(ScriptTests, RunEightyServerScriptsAtOnce) {
     threads.emplace_back([n] {
       const std::string id = std::to_string(n), run = n % 2 == 0 ? "\"%script%\" " : "sh -c '\"$0\"' \"%script%\" ";
       EXPECT_EQ("200\n" + id + "\n\n",
-                Ask(ProcessTest_ShellScript, run + "\n#!/bin/sh%0Aecho " + id + "\n\n0\n0\n"));
+                ReplyOf(ProcessTest_ShellScript, run + "\n#!/bin/sh%0Aecho " + id + "\n\n0\n0\n"));
     });
   }
   for (auto& thread : threads) thread.join();

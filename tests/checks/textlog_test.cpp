@@ -6,7 +6,7 @@
 #include <random>
 
 #include "core/paths.h"
-#include "tests/checks/scratch.h"
+#include "tests/checks/replies.h"
 
 struct TCheck {
   std::string path;
@@ -42,13 +42,13 @@ struct TCheck {
 };
 
 TEST(TextLog, ReadsInBlocksAsByteByByte) {
-  const TScratch scratch;
+  const TTree scratch;
   std::mt19937 rng(5);
   for (int i = 0; i < 600; i++) {
     std::string bytes;
     for (size_t n = rng() % 40; n > 0; n--) bytes += std::string("ab.\n\r\0", 6)[rng() % 6];
     if (i % 9 == 0) bytes.insert(rng() % (bytes.size() + 1), 262144 * (rng() % 3 + 1) - rng() % 20, '.');
-    TCheck check = {scratch.Write("log", bytes), static_cast<long long>(rng() % (bytes.size() + 1))};
+    TCheck check = {scratch.Add("log", bytes), static_cast<long long>(rng() % (bytes.size() + 1))};
     check.scanAll = rng() % 2;
     TCheck model = check;
     ASSERT_EQ(model.Read(bytes), check.Run()) << bytes;
@@ -57,14 +57,14 @@ TEST(TextLog, ReadsInBlocksAsByteByByte) {
 }
 
 TEST(TextLog, KeepsItsStateRules) {
-  const TScratch scratch;
-  const std::string log = scratch.Write("log", "old ab\nnew ab\n"), huge = scratch.Write("huge", "");
+  const TTree scratch;
+  const std::string log = scratch.Add("log", "old ab\nnew ab\n"), huge = scratch.Add("huge", "");
   std::filesystem::resize_file(huge, 3u << 30);
   mkfifo((scratch.path + "fifo").c_str(), 0600);
-  const std::string endless = scratch.Write("endless", std::string(kLongestLine + 1, 'b') + "\n..b\nb");
+  const std::string endless = scratch.Add("endless", std::string(kLongestLine + 1, 'b') + "\n..b\nb");
   const std::pair<TCheck, const char*> rows[] = {
       {{log, 5, 0}, "0, 13, 14 "},                        // first check: nothing is read
-      {{scratch.Write("empty", ""), 5, 0}, "0, -1, 0 "},  // and again, until there is content
+      {{scratch.Add("empty", ""), 5, 0}, "0, -1, 0 "},    // and again, until there is content
       {{log, 0, 14, FileAge(log.c_str())}, "0, 0, 14 "},  // unchanged
       {{log, 99, 98}, "5, 7, 98 "},                       // cut; a match keeps it "changed"
       {{log, 14, 98}, "0, 14, 14 "},                      // read to the end
@@ -82,8 +82,8 @@ TEST(TextLog, KeepsItsStateRules) {
 }
 
 TEST(TextLog, AnswersAMatchAtATime) {
-  const TScratch scratch;
-  const std::string log = scratch.Write("l.log", "x\r\n1 Hit\r\n2 hit%0A\n3 hi");
+  const TTree scratch;
+  const std::string log = scratch.Add("l.log", "x\r\n1 Hit\r\n2 hit%0A\n3 hi");
   const std::string rest = "    23\n1\n" + log + "\n", age = std::to_string(FileAge(log.c_str())) + "\n";
   const auto ask = [&](const std::string& state) {
     return ReplyOf(ProcessTest_TextLog2,

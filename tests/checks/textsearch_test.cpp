@@ -4,7 +4,7 @@
 
 #include <random>
 
-#include "tests/checks/scratch.h"
+#include "tests/checks/replies.h"
 
 // The search as it is promised, window by window: each begins with the last bytes of the one before.
 static long long WindowSearch(const std::string& file, const std::string& text, int words) {
@@ -20,7 +20,7 @@ static long long WindowSearch(const std::string& file, const std::string& text, 
 }
 
 TEST(FindStrInFile, AgreesWithTheWindows) {
-  const TScratch scratch;
+  const TTree scratch;
   std::mt19937 rng(4);
   for (int i = 0; i < 1200; i++) {
     std::string bytes(i % 50 ? 0 : 262144 - rng() % 40, '.');  // now and then over the edge of a block
@@ -29,15 +29,15 @@ TEST(FindStrInFile, AgreesWithTheWindows) {
     String sought = Bytes(text);
     const int words = rng() % 2, cs = rng() % 2;
     if (!cs) strupper(sought.Data(), sought.Length());
-    EXPECT_EQ(WindowSearch(bytes, text, words), FindStrInFile(scratch.Write("f", bytes).c_str(), sought, cs, words))
+    EXPECT_EQ(WindowSearch(bytes, text, words), FindStrInFile(scratch.Add("f", bytes).c_str(), sought, cs, words))
         << bytes << ": " << text;
   }
 }
 
 TEST(FindStrInFile, CrowdedMatchesCostLinearTime) {
-  const TScratch scratch;
+  const TTree scratch;
   std::string bytes;
   while (bytes.size() < 6000000) bytes += "a--";
   String text = Bytes(bytes.substr(0, 999999));
-  EXPECT_EQ(5000003, FindStrInFile(scratch.Write("f", "x" + bytes).c_str(), text, 1, 1));
+  EXPECT_EQ(5000003, FindStrInFile(scratch.Add("f", "x" + bytes).c_str(), text, 1, 1));
 }

@@ -10,12 +10,9 @@
 
 #include "config/settings_keys.h"
 #include "protocol/twofish.h"
+#include "tests/scratch.h"
 
 using Rows = std::vector<std::array<std::string, 3>>;
-
-inline std::string Std(const String& s) {
-  return s.Length() == 0 ? "" : std::string(s.Data(), size_t(s.Length()));
-}
 
 class Config : public testing::Test {
  protected:

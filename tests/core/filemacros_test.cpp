@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/core/tree.h"
+#include "tests/scratch.h"
 
 namespace {
 

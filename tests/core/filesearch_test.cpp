@@ -4,7 +4,7 @@
 
 #include <map>
 
-#include "tests/core/tree.h"
+#include "tests/scratch.h"
 
 namespace {
 

@@ -6,11 +6,9 @@
 #include <random>
 #include <string>
 
-namespace {
+#include "tests/scratch.h"
 
-std::string Std(const String& s) {
-  return std::string(s.Data() == nullptr ? "" : s.Data(), static_cast<size_t>(s.Length()));
-}
+namespace {
 
 // The rule as it is told: left to right, only while more than `from` is left.
 std::string ReplaceByTheRule(const std::string& text, const std::string& from, const std::string& to) {
@@ -111,11 +109,23 @@ TEST(StringTest, ReplaceAllKeepsItsEndRule) {
   }
 }
 
-TEST(StringTest, AppendsItsOwnBytesAcrossAReallocation) {
+// Sizes on both sides of where a buffer becomes pages.
+TEST(StringTest, GrowsAndShrinksWithItsBytesAndZerosBehindThem) {
+  std::mt19937 random(5);
   String s("abc");
-  for (int i = 0; i < 12; ++i) s.AddData(s.Data(), s.Length());
-  EXPECT_EQ(3 << 12, s.Length());
-  EXPECT_EQ(0, s.Pos("aa") + s.Pos("ac") + s.Pos("ba"));
+  std::string expected("abc");
+  for (int i = 0; i < 300; ++i) {
+    if (i % 3 == 0 && expected.size() < 300000) {
+      s.AddData(s.Data(), s.Length());  // its own bytes, across a reallocation
+      expected += expected;
+    } else {
+      const auto size = 1 + random() % 300000;
+      s.SetLength(static_cast<int>(size));
+      expected.resize(size);
+    }
+    s[s.Length()] = expected.back() = static_cast<char>('a' + i % 26);
+    ASSERT_TRUE(Std(s) == expected && s.CStr()[s.Length()] == 0) << i << ": " << expected.size();
+  }
   EXPECT_TRUE(String("a   b  c").RemoveRepeats(' ') == "a b c");
 }
 

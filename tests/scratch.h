@@ -1,13 +1,25 @@
-// A folder of its own for a test's files, gone with the object, however deep it has become.
+// A folder for a test's files, and texts from and to the agent's own.
 #pragma once
 
 #include <fcntl.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 
+#include <filesystem>
 #include <fstream>
 #include <string>
 
+#include "core/zostring.h"
+
+inline std::string Std(const String& s) {
+  return s.Length() == 0 ? "" : std::string(s.Data(), static_cast<size_t>(s.Length()));
+}
+
+inline String Bytes(const std::string& s) {
+  return String(s.data(), static_cast<int>(s.size()));
+}
+
+// Gone with the object, however deep it has become.
 class TTree {
  public:
   TTree() { path = std::string(mkdtemp(name)) + "/"; }
