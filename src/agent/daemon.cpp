@@ -77,6 +77,6 @@ bool TPidFile::KeepLocked() {
 
 void TPidFile::closepidfile() {
   if (!file.IsOpen()) return;
+  if (KeepLocked()) (void)unlink(path.CStr());  // else it is another instance's by now
   file.Reset();
-  (void)unlink(path.CStr());  // may be gone already
 }

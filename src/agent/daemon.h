@@ -18,7 +18,7 @@ class TPidFile {
   // Takes the lock, again if need be: the process loses it when any session closes a descriptor of that file, a
   // checksum of it for one.  False when another process has it.
   bool KeepLocked();
-  // Closes and deletes it.
+  // Closes it, and deletes it unless another process has the lock.
   void closepidfile();
 
  private:

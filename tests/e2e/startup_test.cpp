@@ -92,7 +92,7 @@ TEST(Startup, TellsEachStepThenListensOrEndsWithFour) {
 }
 
 TEST(Startup, ADaemonLeavesTheTerminalAndLocksItsPidFile) {
-  const Agent agent("", {"-d"});
+  Agent agent("", {"-d"});
   EXPECT_EQ(0u, BehindBanner(agent).find(kLoaded + kCpu + kCiphers + "Ok\nDaemon started"));
   const pid_t pid = agent.PidInFile();
   const std::string process = "/proc/" + std::to_string(pid), file = agent.At("@/tav.pid");
@@ -101,10 +101,15 @@ TEST(Startup, ADaemonLeavesTheTerminalAndLocksItsPidFile) {
   }
   EXPECT_EQ(std::filesystem::canonical(agent.folder), std::filesystem::read_symlink(process + "/cwd"));
   EXPECT_EQ(pid, getsid(pid));
-  struct flock lock {};
-  lock.l_type = F_WRLCK;
+  const auto lock = [](const Socket& at, int command) {
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    return fcntl(at.Descriptor(), command, &whole) == 0 ? whole.l_pid : -1;
+  };
   const Socket reader(open(file.c_str(), O_RDWR | O_CLOEXEC));
-  EXPECT_TRUE(fcntl(reader.Descriptor(), F_GETLK, &lock) == 0 && lock.l_type == F_WRLCK && lock.l_pid == pid);
+  EXPECT_EQ(pid, lock(reader, F_GETLK));
+  agent.Ask("TEST-FileCRC|" + file);  // loses the lock
+  EXPECT_TRUE(WaitFor([&] { return lock(reader, F_GETLK) == pid; }));
 
   const Agent second("verboselogfile=verbose.log\npidfile=" + file + "\n", {"-d", "-v"});
   EXPECT_NE(std::string::npos, second.Read("log2.txt").find("Failed to lock pid file " + file + "\n"));
@@ -114,6 +119,13 @@ TEST(Startup, ADaemonLeavesTheTerminalAndLocksItsPidFile) {
   EXPECT_TRUE(agent.HandsOverFrom(pid)) << "a new process";
   agent.Expect("QUIT", "200|Ok");
   EXPECT_TRUE(WaitFor([&] { return !std::filesystem::exists(file); }));
+
+  agent.Launch({"-d"});
+  const Socket other(open(file.c_str(), O_RDWR | O_CLOEXEC));
+  EXPECT_TRUE(WaitFor([&] { return agent.Ask("TEST-FileCRC|" + file) != "" && lock(other, F_SETLK) == 0; }));
+  agent.Expect("QUIT", "200|Ok");
+  EXPECT_TRUE(WaitFor([&] { return agent.Ask("GetInfo") == "refused"; }));
+  EXPECT_TRUE(std::filesystem::exists(file)) << "it has become another's";
 }
 
 TEST(Startup, FailedRestartsAndEarlyCrashesAreTold) {
