@@ -8,6 +8,12 @@
 
 namespace {
 
+#ifdef __SANITIZE_THREAD__
+constexpr bool kPagesMove = false;  // the sanitizer would take their next owner for an intruder
+#else
+constexpr bool kPagesMove = true;
+#endif
+
 void* OrNull(void* pages) {
   return pages == MAP_FAILED ? nullptr : pages;
 }
@@ -21,7 +27,7 @@ void* NewPages(size_t size) {
 char* ResizeBuffer(char* old, int oldSize, int size) {
   const auto bytes = static_cast<size_t>(size), oldBytes = static_cast<size_t>(oldSize);
   const bool paged = size >= kPagesFrom;
-  if (paged && oldSize >= kPagesFrom) {
+  if (kPagesMove && paged && oldSize >= kPagesFrom) {
     return static_cast<char*>(OrNull(mremap(old, oldBytes, bytes, MREMAP_MAYMOVE)));
   }
   auto* fresh = static_cast<char*>(paged ? NewPages(bytes) : malloc(bytes));  // realloc would leave the old bytes

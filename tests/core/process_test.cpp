@@ -96,7 +96,7 @@ TEST_F(Process, LooksAtTheTimeoutOnceASecond) {
   const std::tuple<int, const char*, const char*, int, int> rows[] = {
       {0, "sleep 0.2", "0", 200, 900},  // the end is noticed at once
       {999, "sleep 30", "abnormal termination", 1000, 1900},
-      {1000, "sleep 30", "abnormal termination", 2000, 2900},
+      {1000, "sleep 30", "abnormal termination", 1000, 2900},  // 2000, unless whole seconds turn just then
       {-1000, "sleep 30", "abnormal termination", 0, 900},
       {-1, "sh -c 'exit 4'", "4", 0, 900},
       {-1, "sh -c 'kill -9 $$'", "0", 0, 900},
