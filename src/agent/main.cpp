@@ -97,18 +97,25 @@ void CreatePidFile(TPidFile& pidFile) {
   if (!settings->interactive && settings->pidfile.Length() > 0) pidFile.createpidfile(settings->pidfile);
 }
 
-int Serve(char** argv, char** envp) {
+// Ends the process from inside: sessions may still run, and what they use, the loop's wake descriptor first, must
+// not be taken down under them.
+[[noreturn]] void End(int status) {
+  fflush(stdout);
+  _exit(status);
+}
+
+[[noreturn]] void Serve(char** argv, char** envp) {
   String error;
   TFd listener = Listen(error);
   if (!listener.IsOpen()) {
     printf("TCP listen error: %s\n\n", error.CStr());
-    return 4;
+    End(4);
   }
   TPidFile pidFile;
   CreatePidFile(pidFile);
   showmessage("Listening...\n", kNoPeer, mtInfo, 0);
   TMainLoop loop(std::move(listener), pidFile, argv, envp);
-  return loop.Run();
+  End(loop.Run());
 }
 
 }  // namespace
@@ -130,7 +137,5 @@ int main(int argc, char** argv, char** envp) {
   RememberCommandLine(argv, envp);
   RefreshCrashRecord();
   InstallFaultHandlers();
-  const int status = Serve(argv, envp);
-  fflush(stdout);
-  _exit(status);  // sessions may still run: what they use must not be taken down under them
+  Serve(argv, envp);
 }
