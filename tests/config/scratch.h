@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 
 #include "config/settings_keys.h"
@@ -18,11 +16,9 @@ class Config : public testing::Test {
  protected:
   Config() {
     Twofish_initialise();
-    path = std::string(mkdtemp(dir.data())) + "/tav.cfg";
     master = TTAVSettings();
     path.copy(master.cfgfile, sizeof master.cfgfile - 1);
   }
-  ~Config() override { std::filesystem::remove_all(dir); }
 
   // Loads or saves, over `text` if there is one.
   std::string Do(int (*work)(String&), const std::string& text = "-") {
@@ -38,5 +34,6 @@ class Config : public testing::Test {
   }
 
   TTAVSettings& master = TAVSettings;  // touched while no other thread runs
-  std::string dir = "/tmp/tav-config-XXXXXX", path;
+  const TTree tree;
+  const std::string path = tree.path + "tav.cfg";
 };

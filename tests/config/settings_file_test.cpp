@@ -61,11 +61,11 @@ TEST_F(Config, SaveKeepsTheOldFileItsRightsAndOnFailureAll) {
   prlimit(0, RLIMIT_FSIZE, &wide, nullptr);
   EXPECT_EQ("|Cannot create new configuration file '" + path + ".New'", failure);
   EXPECT_EQ("comment=old\n", Read());
-  EXPECT_EQ(1, std::distance(fs::directory_iterator(dir), {}));
+  EXPECT_EQ(1, std::distance(fs::directory_iterator(tree.path), {}));
 
   fs::create_hard_link(path, path + ".Old");  // as a crash between the two renames leaves it
   EXPECT_EQ("ok|", Do(Save));
   EXPECT_EQ(12u, fs::file_size(path + ".Old"));
-  EXPECT_EQ(2, std::distance(fs::directory_iterator(dir), {}));
+  EXPECT_EQ(2, std::distance(fs::directory_iterator(tree.path), {}));
   EXPECT_EQ(fs::perms(0640), fs::status(path).permissions());
 }

@@ -17,7 +17,7 @@ struct TPacket {
   std::string request = PeerEncode("CMD\nA=1", "a key") + "ignored";
 
   static std::string Number(size_t n, int digits) { return digits ? char(n) + Number(n >> 8, digits - 1) : ""; }
-  std::string Bytes() const {
+  std::string Octets() const {
     return Number(declared, 4) + signature + Number(proof.size(), 2) + proof + Number(keySize, 2) +
            PeerEncode("a key", "secret") + Number(requestSize, 4) + request;
   }
@@ -28,17 +28,17 @@ struct TPacket {
 TEST(Request, IsDecryptedAndAnsweredUnderItsSessionKey) {
   Twofish_initialise();
   BVRequest request;
-  for (char c : TPacket().Bytes()) {
+  for (char c : TPacket().Octets()) {
     ASSERT_FALSE(request.WholePacket());
     request.AddData(&c, 1);
   }
   ASSERT_TRUE(request.WholePacket() && request.ParseInitRequest("secret", {}));
-  EXPECT_EQ("CMD\nA=1", Plain(request.Text()));
+  EXPECT_EQ("CMD\nA=1", Std(request.Text()));
   TAVReply reply;
   reply.InitPacket("200", request.WithText("x"));
   reply.AddIntParam(7LL);
   reply.FinalizePacket();
-  EXPECT_EQ(TPacket::Number(12, 4) + PeerEncode("200\n     7\n\r", "a key"), Plain(reply.Text()));
+  EXPECT_EQ(TPacket::Number(12, 4) + PeerEncode("200\n     7\n\r", "a key"), Std(reply.Text()));
   request = String("\x0A\0\0\0\x03\x12\0\0\0\0\0\0\0\0", 14);  // no more than this under an empty password
   EXPECT_TRUE(request.WholePacket() && request.ParseInitRequest("", {}));
 }
@@ -63,8 +63,8 @@ TEST(Request, IsRefusedForAnyWrongFieldWhetherItsBytesAreKeptOrNot) {
   for (const auto& [change, good, hopeless, lastLine] : rows) {
     TPacket packet;
     change(packet);
-    const std::string bytes = packet.Bytes();
-    EXPECT_EQ(good, BVRequest(Packed(bytes)).ParseInitRequest(keys, {}) == 1) << lastLine;
+    const std::string bytes = packet.Octets();
+    EXPECT_EQ(good, BVRequest(Bytes(bytes)).ParseInitRequest(keys, {}) == 1) << lastLine;
     const std::string all = std::exchange(lines, "");
     EXPECT_EQ(lastLine, all.substr(all.rfind("<-- ")));
     for (int round = 1; round <= 20; round++) {
@@ -83,12 +83,12 @@ TEST(Request, IsRefusedForAnyWrongFieldWhetherItsBytesAreKeptOrNot) {
 TEST(RequestText, GivesLinesByNumberAndByName) {
   std::string text = "A=1\nB = 2 \r\nx=y=z\n";
   for (int i = 4; i < 99; i++) text += std::to_string(i) + "\n";
-  const BVRequest request(Packed(text + "C=3"));
-  for (int i = 4; i < 99; i++) ASSERT_EQ(std::to_string(i), Plain(request.GetParam(i, 0)));
-  EXPECT_EQ("B = 2 \r", Plain(request.GetParam(2, 0)));
-  EXPECT_EQ("C=3", Plain(request.GetParam(99, 1) + request.GetParam(100, 0) + request.GetParam(INT32_MAX, 0)));
+  const BVRequest request(Bytes(text + "C=3"));
+  for (int i = 4; i < 99; i++) ASSERT_EQ(std::to_string(i), Std(request.GetParam(i, 0)));
+  EXPECT_EQ("B = 2 \r", Std(request.GetParam(2, 0)));
+  EXPECT_EQ("C=3", Std(request.GetParam(99, 1) + request.GetParam(100, 0) + request.GetParam(INT32_MAX, 0)));
   const char* named[][2] = {{"A", "1"}, {"a", ""}, {"B", "2"}, {"x", "y=z"}, {"C", ""}};
-  for (const auto& row : named) EXPECT_EQ(row[1], Plain(request.GetNamedParam(row[0]))) << row[0];
+  for (const auto& row : named) EXPECT_EQ(row[1], Std(request.GetNamedParam(row[0]))) << row[0];
 }
 
 TEST(Reply, KeepsALineAParameterAndDropsWhatIsTooLong) {
@@ -97,7 +97,7 @@ TEST(Reply, KeepsALineAParameterAndDropsWhatIsTooLong) {
   reply.AddStringParam("a\r\nb", 1);
   reply.AddStringParam("two\n", 0);
   reply.AddTimeParam(tm{9, 7, 14, 5, 2, 109, 0, 0, 0, 0, nullptr});
-  EXPECT_EQ("300\ntext\na%0D%0Ab\ntwo\n\n05032009140709\n", Plain(reply.Text()));
+  EXPECT_EQ("300\ntext\na%0D%0Ab\ntwo\n\n05032009140709\n", Std(reply.Text()));
   for (const auto& [asked, added] : {std::pair(2047, 2048), std::pair(2048, 2048), std::pair(2049, 0)}) {
     reply = "";
     reply.AddVarParams("%*d", asked, 1);

@@ -27,10 +27,10 @@ TEST(Digests, AgreeWithNettleAndZlibHoweverTheBytesArrive) {
       crc.UpdateCRC(&data[size_t(done)], n);
     }
     sha.Final();
-    MD5Close(&md5, Bytes(digest));
+    MD5Close(&md5, Octets(digest));
     ASSERT_EQ(PeerDigest(nettle_sha1, data), std::string(sha.GetHash(nullptr, 0), 20)) << data.size();
     ASSERT_EQ(PeerDigest(nettle_md5, data), digest) << data.size();
-    ASSERT_EQ(crc32(0, Bytes(data), unsigned(data.size())), ~crc.GetCRC()) << data.size();
+    ASSERT_EQ(crc32(0, Octets(data), unsigned(data.size())), ~crc.GetCRC()) << data.size();
   }
 }
 

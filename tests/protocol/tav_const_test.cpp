@@ -19,10 +19,10 @@ TEST(Codecs, IntegersAreCheckedLenientlyAndCutTo32Bits) {
 }
 
 TEST(Codecs, OnlyTheFormsOfLineBreaksAreDecoded) {
-  EXPECT_EQ("x%0D%0Ay%", Plain(tavEncodeStrings("x\r\ny%", 0)));
+  EXPECT_EQ("x%0D%0Ay%", Std(tavEncodeStrings("x\r\ny%", 0)));
   const char* rows[][2] = {
       {"%0D%0Ab", "\r\nb"}, {"%0", "%0"}, {"%0a", "%0a"}, {"%0Z%", "%0Z%"}, {"%%0A%0A", "%\n\n"}};
-  for (const auto& row : rows) EXPECT_EQ(row[1], Plain(tavDecodeStrings(row[0], 0)));
+  for (const auto& row : rows) EXPECT_EQ(row[1], Std(tavDecodeStrings(row[0], 0)));
 }
 
 TEST(Packets, BodiesAreThoseOfNettleAndComeBack) {
@@ -30,7 +30,7 @@ TEST(Packets, BodiesAreThoseOfNettleAndComeBack) {
   for (int i = 0; i < 60; i++) {
     const std::string data = RandomBytes(1 + RandomBelow(90)), key = RandomBytes(i);  // the empty key first
     const std::string coded = PeerEncode(data, key);
-    ASSERT_EQ(Plain(EncodeLength(Packed(data), 4)) + coded, Plain(EncodeData(Packed(data), Packed(key), 4))) << i;
-    ASSERT_EQ(data, Plain(DecodeData(Packed(coded), Packed(key)))) << i;
+    ASSERT_EQ(Std(EncodeLength(Bytes(data), 4)) + coded, Std(EncodeData(Bytes(data), Bytes(key), 4))) << i;
+    ASSERT_EQ(data, Std(DecodeData(Bytes(coded), Bytes(key)))) << i;
   }
 }

@@ -6,9 +6,8 @@
 #include <nettle/twofish.h>
 
 #include <random>
-#include <string>
 
-#include "core/zostring.h"
+#include "tests/scratch.h"
 
 inline int RandomBelow(int n) {
   static std::mt19937 engine(20090305);
@@ -20,32 +19,26 @@ inline std::string RandomBytes(int n) {
   return bytes;
 }
 
-inline uint8_t* Bytes(std::string& s) {
+inline uint8_t* Octets(std::string& s) {
   return reinterpret_cast<uint8_t*>(&s[0]);
 }
-inline const uint8_t* Bytes(const std::string& s) {
+inline const uint8_t* Octets(const std::string& s) {
   return reinterpret_cast<const uint8_t*>(s.data());
-}
-inline std::string Plain(const String& s) {
-  return std::string(s.Data() ? s.Data() : "", size_t(s.Length()));
-}
-inline String Packed(const std::string& s) {
-  return String(s.data(), int(s.size()));
 }
 
 inline std::string PeerDigest(const nettle_hash& hash, const std::string& s) {
   std::string context(hash.context_size, '\0'), digest(hash.digest_size, '\0');
   hash.init(&context[0]);
-  hash.update(&context[0], s.size(), Bytes(s));
-  hash.digest(&context[0], digest.size(), Bytes(digest));
+  hash.update(&context[0], s.size(), Octets(s));
+  hash.digest(&context[0], digest.size(), Octets(digest));
   return digest;
 }
 inline std::string PeerEncode(const std::string& data, const std::string& key) {
   twofish_ctx ctx;
   std::string iv(16, '\xFF'), out(data.size(), '\0');
-  twofish192_set_key(&ctx, Bytes(PeerDigest(nettle_sha1, key) + std::string(4, '\0')));
-  twofish_encrypt(&ctx, 16, Bytes(iv), Bytes(iv));
+  twofish192_set_key(&ctx, Octets(PeerDigest(nettle_sha1, key) + std::string(4, '\0')));
+  twofish_encrypt(&ctx, 16, Octets(iv), Octets(iv));
   const auto block = reinterpret_cast<nettle_cipher_func*>(twofish_encrypt);
-  cfb8_encrypt(&ctx, block, 16, Bytes(iv), data.size(), Bytes(out), Bytes(data));
+  cfb8_encrypt(&ctx, block, 16, Octets(iv), data.size(), Octets(out), Octets(data));
   return out;
 }
