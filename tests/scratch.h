@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <string>
 
 #include "core/zostring.h"
@@ -17,6 +18,13 @@ inline std::string Std(const String& s) {
 
 inline String Bytes(const std::string& s) {
   return String(s.data(), static_cast<int>(s.size()));
+}
+
+// At most so many bytes of the alphabet.
+inline std::string RandomText(std::mt19937& random, unsigned most, const std::string& alphabet) {
+  std::string s;
+  for (auto n = random() % (most + 1); n > 0; n--) s += alphabet[random() % alphabet.size()];
+  return s;
 }
 
 // Gone with the object, however deep it has become.

@@ -2,18 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "checks/linefilter.h"
 #include "tests/checks/replies.h"
 
 static std::mt19937 rng(6);
-
-static std::string RandomText(unsigned most, const std::string& alphabet) {
-  std::string s;
-  for (size_t n = rng() % (most + 1); n > 0; n--) s += alphabet[rng() % alphabet.size()];
-  return s;
-}
 
 // Writes a random group and tells what it is worth on the line: operators from left to right, `not` over the rest.
 static bool RandomGroup(unsigned depth, const std::string& line, std::string& text) {
@@ -21,7 +13,7 @@ static bool RandomGroup(unsigned depth, const std::string& line, std::string& te
   for (int op = 0;; op = rng() % 2 ? '&' : '|') {
     if (op) text += op == '&' ? " AND " : "or\t";
     const bool negated = rng() % 5 == 0, group = negated || (depth > 0 && rng() % 3 == 0);
-    const std::string word = RandomText(2, "ab ");
+    const std::string word = RandomText(rng, 2, "ab ");
     text += negated ? "not" : group ? "(" : "'" + word + "'";
     bool next = !group && !word.empty() && line.find(word) != std::string::npos;
     if (group) next = RandomGroup(negated ? depth : depth - 1, line, text) != negated;
@@ -63,12 +55,12 @@ TEST(SearchForExpression, KeepsItsOddities) {  // a number loses two digits, an 
 
 TEST(SearchForExpression, AgreesWithAPlainEvaluatorAndWithTheFilter) {
   for (int i = 0; i < 20000; i++) {
-    const std::string line = RandomText(6, "ab AB.");
+    const std::string line = RandomText(rng, 6, "ab AB.");
     std::string text;
     const bool expected = RandomGroup(2, line, text);
     EXPECT_EQ(expected, SearchForExpression(Bytes(line), Bytes(text), 1, 0)) << line << ": " << text;
-    if (i % 2) text = RandomText(12, "'a'\"b'not and or()12 \tNOT\x80");
-    const String word = Bytes(RandomText(3, "abB.")), s = Bytes(line), expr = Bytes(text);
+    if (i % 2) text = RandomText(rng, 12, "'a'\"b'not and or()12 \tNOT\x80");
+    const String word = Bytes(RandomText(rng, 3, "abB.")), s = Bytes(line), expr = Bytes(text);
     const int cs = rng() % 2, ww = rng() % 2;
     EXPECT_EQ(SearchForExpression(s, expr, cs, ww), Filtered(s, expr, 1, cs, ww)) << line << ": " << text;
     EXPECT_EQ(s.Search(word, cs, ww), Filtered(s, word, 0, cs, ww)) << line;

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <random>
-
 #include "core/paths.h"
 #include "tests/checks/replies.h"
 
@@ -45,8 +43,7 @@ TEST(TextLog, ReadsInBlocksAsByteByByte) {
   const TTree scratch;
   std::mt19937 rng(5);
   for (int i = 0; i < 600; i++) {
-    std::string bytes;
-    for (size_t n = rng() % 40; n > 0; n--) bytes += std::string("ab.\n\r\0", 6)[rng() % 6];
+    std::string bytes = RandomText(rng, 39, {"ab.\n\r\0", 6});
     if (i % 9 == 0) bytes.insert(rng() % (bytes.size() + 1), 262144 * (rng() % 3 + 1) - rng() % 20, '.');
     TCheck check = {scratch.Add("log", bytes), static_cast<long long>(rng() % (bytes.size() + 1))};
     check.scanAll = rng() % 2;

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "tests/checks/replies.h"
 
 // The search as it is promised, window by window: each begins with the last bytes of the one before.

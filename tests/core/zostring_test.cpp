@@ -3,9 +3,6 @@
 #include <gtest/gtest.h>
 #include <string.h>
 
-#include <random>
-#include <string>
-
 #include "tests/scratch.h"
 
 namespace {
@@ -97,11 +94,7 @@ TEST(StringTest, ReplaceAllKeepsItsEndRule) {
   EXPECT_TRUE(String("x%Script%y").ReplaceAll("%script%", "S", 0) == "xSy");
 
   std::mt19937 random(7);
-  const auto text = [&](unsigned most) {
-    std::string s;
-    for (auto n = random() % (most + 1); n > 0; --n) s += static_cast<char>('a' + random() % 2);
-    return s;
-  };
+  const auto text = [&](unsigned most) { return RandomText(random, most, "ab"); };
   for (int i = 0; i < 3000; ++i) {
     const std::string s = text(12), from = text(3), to = text(3);
     EXPECT_EQ(ReplaceByTheRule(s, from, to), Std(String(s.c_str()).ReplaceAll(from.c_str(), to.c_str(), 1)))

@@ -96,6 +96,10 @@ Agent::Agent() : folder(testing::TempDir() + "tav-e2e-XXXXXX"), port(FreePort())
 }
 
 Agent::Agent(const std::string& extra, const std::vector<std::string>& switches) : Agent() {
+  Start(extra, switches);
+}
+
+void Agent::Start(const std::string& extra, const std::vector<std::string>& switches) {
   Write("tav.cfg", Defaults() + At(extra));
   Launch(switches);
 }

@@ -30,9 +30,9 @@ class Agent {
   Agent(const Agent&) = delete;
   Agent& operator=(const Agent&) = delete;
 
-  // Starts the agent with the configuration that is there and waits until it listens; `extra` writes one before:
-  // usable defaults, then these lines.
-  void Launch(std::vector<std::string> arguments);
+  // With a configuration of usable defaults, then these lines.
+  void Start(const std::string& extra = "", const std::vector<std::string>& switches = {"-i"});
+  void Launch(std::vector<std::string> arguments);         // with the one that is there; waits until it listens
   int Run(const std::vector<std::string>& arguments);      // to its end: the exit status, 256 + n for a signal n
   int ExitStatus(pid_t process);                           // waits for the end; -1 when it does not come
   std::string Defaults() const;                            // the lines that every configuration starts with

@@ -94,7 +94,7 @@ void ExpectAFullDiskToBeTold(bool& possible) {
   if (!possible) return;
   const std::shared_ptr<void> mounted(nullptr, [&](void*) { umount2(agent.folder.c_str(), MNT_DETACH); });
   fs::create_directory(agent.At("@/tmp"));
-  Start(agent, "");
+  agent.Start();
   const std::string before = agent.Read("tav.cfg");
   agent.Write("full", std::string(10000000, 'x'));
   EXPECT_EQ(agent.At("300\nCannot create new configuration file '@/tav.cfg.New'"),
@@ -119,7 +119,7 @@ TEST(Configuration, AFileSizeLimitIsToldAndCostsNothing) {
   Agent agent;
   agent.Write("limited", "#!/bin/sh\nulimit -f 8\nexec " + AgentBinary() + " \"$@\"\n");  // 4096 bytes
   agent.program = agent.At("@/limited");
-  Start(agent, "");
+  agent.Start();
   const std::string before = agent.Read("tav.cfg");
   EXPECT_EQ(agent.At("300\nCannot create new configuration file '@/tav.cfg.New'"),
             agent.Ask("SetSettings|Comment=" + std::string(900, 'c') + "|IPFilterMarks=" + std::string(900, 'm') +
@@ -154,7 +154,7 @@ TEST(Configuration, AChangedPasswordLeavesNoTraceInMemory) {
   const std::string gone = "Kestrel-on-the-north-tower", kept = "Heron-at-the-south-gate";
   Agent agent;
   agent.password = gone;
-  Start(agent, "comment=" + std::string(900, 'c') + "\n");
+  agent.Start("comment=" + std::string(900, 'c') + "\n");
   for (const char* request : {"GetSettings", "SetSettings|Comment=other", "ReloadCfg", "GetSettings", "TEST-UNC|/"})
     EXPECT_EQ("200", FirstLine(agent.Ask(request)));
   EXPECT_EQ("200", agent.Ask("SetSettings|Password=" + kept));

@@ -31,7 +31,7 @@ TEST(Connections, AShortageOfDescriptorsIsGotOver) {
   Agent agent;
   agent.Write("few", "#!/bin/sh\nulimit -n 64\nexec " + AgentBinary() + " \"$@\"\n");
   agent.program = agent.At("@/few");
-  Start(agent, "timeout=60000\n");
+  agent.Start("timeout=60000\n");
   std::vector<Socket> idle = Crowd(agent, 100);
   const Stopwatch watch;
   const double before = CpuSeconds(agent.pid);

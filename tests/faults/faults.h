@@ -51,11 +51,6 @@ inline double CpuSeconds(pid_t pid) {
   return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
 }
 
-inline void Start(Agent& agent, const std::string& extra, const std::vector<std::string>& switches = {"-i"}) {
-  agent.Write("tav.cfg", agent.Defaults() + agent.At(extra));
-  agent.Launch(switches);
-}
-
 // Promptly, by an agent that has never held more memory than it may.
 inline void ExpectServed(const Agent& agent, int times = 1) {
   for (int i = 0; i < times; ++i) {

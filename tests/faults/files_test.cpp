@@ -54,7 +54,7 @@ struct TGarden : Agent {
 TEST(Files, PlantedAtGuessableNamesAreNeitherFollowedNorAnObstacle) {
   TGarden agent;
   agent.Write("count.sh", "#!/bin/sh\necho $(readlink /proc/$$/fd/1) >where\necho 7\n");
-  Start(agent, "proccntscript=@/count.sh\n");
+  agent.Start("proccntscript=@/count.sh\n");
   const struct {
     const char *name, *request, *reply, *atFolder;
   } rows[] = {
@@ -94,7 +94,7 @@ TEST(Files, PlantedAtTheUpgradeScriptAndThePidFile) {
     TGarden agent;
     agent.Write("old", "the program before");
     for (const char* path : {"@/its.pid", "@/tmp/tavupd__.sh"}) agent.Plant(what, agent.At(path));
-    Start(agent, "tavpath=@/old\npidfile=@/its.pid\nverboselogfile=verbose.log\n", {"-d", "-v"});
+    agent.Start("tavpath=@/old\npidfile=@/its.pid\nverboselogfile=verbose.log\n", {"-d", "-v"});
     EXPECT_NE(std::string::npos, agent.Read("log2.txt").find("Failed to create pid file " + agent.At("@/its.pid")));
     std::string reply, file = "#!/bin/sh\necho $* >args\n#" + std::string(200, '#');
     {

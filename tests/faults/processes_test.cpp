@@ -43,7 +43,7 @@ TEST(Processes, ASilentNameServerHoldsUpItsSessionsOnly) {
                   AgentBinary() + " \"$@\"\n");
   agent.program = agent.At("@/outside");
   agent.Write("outside", "#!/bin/sh\nexec unshare -m ./inside \"$@\"\n");
-  Start(agent, "");
+  agent.Start();
   const Stopwatch watch;
   std::vector<std::future<std::string>> lookups;
   for (const std::string request :

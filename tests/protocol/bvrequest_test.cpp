@@ -17,7 +17,7 @@ struct TPacket {
   std::string request = PeerEncode("CMD\nA=1", "a key") + "ignored";
 
   static std::string Number(size_t n, int digits) { return digits ? char(n) + Number(n >> 8, digits - 1) : ""; }
-  std::string Octets() const {
+  std::string Bytes() const {
     return Number(declared, 4) + signature + Number(proof.size(), 2) + proof + Number(keySize, 2) +
            PeerEncode("a key", "secret") + Number(requestSize, 4) + request;
   }
@@ -28,7 +28,7 @@ struct TPacket {
 TEST(Request, IsDecryptedAndAnsweredUnderItsSessionKey) {
   Twofish_initialise();
   BVRequest request;
-  for (char c : TPacket().Octets()) {
+  for (char c : TPacket().Bytes()) {
     ASSERT_FALSE(request.WholePacket());
     request.AddData(&c, 1);
   }
@@ -63,7 +63,7 @@ TEST(Request, IsRefusedForAnyWrongFieldWhetherItsBytesAreKeptOrNot) {
   for (const auto& [change, good, hopeless, lastLine] : rows) {
     TPacket packet;
     change(packet);
-    const std::string bytes = packet.Octets();
+    const std::string bytes = packet.Bytes();
     EXPECT_EQ(good, BVRequest(Bytes(bytes)).ParseInitRequest(keys, {}) == 1) << lastLine;
     const std::string all = std::exchange(lines, "");
     EXPECT_EQ(lastLine, all.substr(all.rfind("<-- ")));

@@ -5,12 +5,6 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-void Start(Agent& agent, const std::string& extra) {
-  agent.Write("tav.cfg", agent.Defaults() + agent.At(extra));
-  agent.Launch({"-i"});
-  ASSERT_TRUE(agent.Shows("Listening..."));
-}
-
 Client::Client(const Agent& of) : agent(of) {
   agent.Write("pw", agent.password + "\n");
   chmod(agent.At("@/pw").c_str(), 0600);

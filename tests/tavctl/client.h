@@ -10,9 +10,6 @@ struct Ran {
   std::string out, err;
 };
 
-// Starts it with usable defaults and these lines, and waits until it listens.
-void Start(Agent& agent, const std::string& extra = "");
-
 class Client {
  public:
   explicit Client(const Agent& agent);

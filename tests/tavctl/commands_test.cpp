@@ -39,7 +39,7 @@ class TavctlCommands : public ::testing::Test {
  protected:
   void SetUp() override {
     MakeFiles(agent);
-    Start(agent, kEverythingOn);
+    agent.Start(kEverythingOn);
   }
   Agent agent;
   Client client{agent};
@@ -212,7 +212,7 @@ TEST(TavctlUpgrade, SendsAProgramAndWaitsForIt) {
   std::filesystem::copy(AgentBinary(), agent.At("@/prog"));
   agent.program = agent.At("@/prog");
   chmod(agent.program.c_str(), 0755);
-  Start(agent);
+  agent.Start();
   Client client(agent);
   for (int i = 0; i < 3; ++i) {
     const Ran ran = client.Run("-o json upgrade @/prog");

@@ -44,7 +44,7 @@ class Writer {
 
 TEST(TavctlLog, ShowsEveryLineOnceOverFiftyChecksWithTruncations) {
   Agent agent;
-  Start(agent);
+  agent.Start();
   Client client(agent);
   Writer writer(agent, 7);
   std::string seen;
@@ -65,7 +65,7 @@ TEST(TavctlLog, ShowsEveryLineOnceOverFiftyChecksWithTruncations) {
 
 TEST(TavctlLog, SkipsWhatIsThereUnlessAskedAndTellsFiltersApart) {
   Agent agent;
-  Start(agent);
+  agent.Start();
   Client client(agent);
   agent.Write("app.log", "old error\nhalf an er");
   EXPECT_EQ("", client.Run("-q test log @/app.log --match error --state @/a").out);
@@ -81,7 +81,7 @@ TEST(TavctlLog, SkipsWhatIsThereUnlessAskedAndTellsFiltersApart) {
 
 TEST(TavctlLog, FollowsUntilInterrupted) {
   Agent agent;
-  Start(agent);
+  agent.Start();
   Client client(agent);
   agent.Write("app.log", "");
   // Each step waits for what the one before must have shown.
