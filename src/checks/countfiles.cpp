@@ -80,7 +80,7 @@ int CountFiles(String folder, const String& mask, int subfolders, TCountFilesMod
     here = TFolderCount();
     return good;
   };
-  if (!WalkTree(folder, visitor) || !rootListed) return -1;
+  if (WalkTree(folder, visitor) != kWalkDone || !rootListed) return -1;
   return total;
 }
 
@@ -93,9 +93,10 @@ void ProcessTest_CountFiles(const BVRequest& request, TAVReply& reply) {
     return Answer(reply, kWrongParameter, "Wrong parameter");
 
   String folder = request.GetParam(1, 1);
-  if (tavDecodeBool(request.GetParam(11, 1))) folder = GetFileUsingSpecialMacros(folder);
-  const int count = CountFiles(folder, request.GetParam(2, 1), tavDecodeBool(request.GetParam(3, 1)),
-                               static_cast<TCountFilesMode>(mode), limit);
+  int count = -1;
+  if (!tavDecodeBool(request.GetParam(11, 1)) || ResolveFileMacros(folder))
+    count = CountFiles(folder, request.GetParam(2, 1), tavDecodeBool(request.GetParam(3, 1)),
+                       static_cast<TCountFilesMode>(mode), limit);
   if (count < 0) return Answer(reply, kNotExamined, "Folder doesn`t exist or access denied");
   reply.SetResult(kDone);
   reply.AddIntParam(count);

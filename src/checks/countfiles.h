@@ -26,7 +26,8 @@ long now_min();
 // Counts in `folder` and, with `subfolders`, in the folders below it, whatever their names; those that are hidden
 // or not writable are not entered.  Returns -1 when the folder cannot be listed.  So it does when a search for
 // folders returns none of its entries, not even "." (a read-only file system), and either `subfolders` is set or
-// nothing matches the mask; a subfolder with that outcome adds nothing.  Blocks on the file system; any depth.
+// nothing matches the mask; a subfolder with that outcome adds nothing.  -1 too when trouble of the agent's own or
+// a read error leaves the count unknown.  Blocks on the file system; any depth.
 int CountFiles(String folder, const String& mask, int subfolders, TCountFilesMode mode, int limit);
 
 void ProcessTest_CountFiles(const BVRequest& request, TAVReply& reply);

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <sys/vfs.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "config/settings.h"
@@ -15,6 +16,7 @@
 #include "core/inputfile.h"
 #include "core/paths.h"
 #include "core/treewalk.h"
+#include "core/trouble.h"
 #include "protocol/ciplib.h"
 #include "protocol/results.h"
 #include "protocol/tav_const.h"
@@ -43,19 +45,29 @@ bool NamesSomething(String path) {
   return lstat(path.CStr(), &status) == 0;
 }
 
+// Outcomes that are no size.
+constexpr long long kNotListed = -1;
+constexpr long long kTrouble = -2;  // the agent's own: nothing is known of the size
+
+void Add(long long& sum, long long size) {
+  if (__builtin_add_overflow(sum, size, &sum)) sum = LLONG_MAX;
+}
+
 // Sums the sizes of a tree's files that match a mask.
 //
 // In a subfolder the mask may also be the name of a folder: then that folder counts with everything in it, as if it
-// alone had been asked for, and the rest of the subfolder does not.
+// alone had been asked for, and the rest of the subfolder does not.  A link to a folder is no entry of any search,
+// so one that is named like the mask is neither summed nor keeps the rest from being so.
 class TSizeSum {
  public:
   TSizeSum(const String& fileMask, int isRecursive) : mask(fileMask), recursive(isRecursive) {}
 
-  // -1 when the folder can't be listed.
   long long Run(const String& folder) {
     const TTreeVisitor visitor = {[this](TSearchRec& entry, int depth) { return Weigh(entry, depth); },
                                   [this](int) { return AddFolder(); }};
-    return WalkTree(folder, visitor) ? total : -1;
+    const TWalkEnd end = WalkTree(folder, visitor);
+    if (end == kWalkTrouble) return kTrouble;
+    return end == kWalkDone ? total : kNotListed;
   }
 
  private:
@@ -83,10 +95,6 @@ class TSizeSum {
     return true;
   }
 
-  static void Add(long long& sum, long long size) {
-    if (__builtin_add_overflow(sum, size, &sum)) sum = LLONG_MAX;
-  }
-
   static constexpr int kNowhere = INT_MAX;
 
   String all = "*";
@@ -98,6 +106,8 @@ class TSizeSum {
   long long total = 0;
 };
 
+long long SizeOf(const String& path, int recursive);
+
 // A wildcard without a folder part is looked up in the current directory, but from there on the path is made of
 // what it has: the subfolders' names are taken from "/".
 long long SumFromRoot(const String& mask) {
@@ -106,9 +116,28 @@ long long SumFromRoot(const String& mask) {
   TSearchGuard guard(rec);
   for (int found = FindFirst("", "*", AttrAnyFile, 0, rec); found == 0; found = FindNext(rec)) {
     if (!(rec.Attr & AttrDirectory) || strcmp(rec.Name, ".") == 0 || strcmp(rec.Name, "..") == 0) continue;
-    const long long size = GetFolderSize(String("/") + rec.Name + "/" + mask, 1);
-    if (size > 0) total += size;
+    const long long size = SizeOf(String("/") + rec.Name + "/" + mask, 1);
+    if (size == kTrouble) return size;
+    if (size > 0) Add(total, size);
   }
+  return rec.Trouble ? kTrouble : total;
+}
+
+// The size, or why there is none.
+long long SizeOf(const String& path, int recursive) {
+  String name = path;
+  if (DirectoryExists(name.CStr())) return TSizeSum("*", recursive).Run(path);
+  if (OwnTrouble(errno)) return kTrouble;
+
+  const String mask = ExtractFileName(path);
+  const String folder = ExtractFilePath(path);
+  if (!recursive && !HasWildcards(mask) && !NamesSomething(path)) return kNotListed;
+  if (!recursive || folder.Length() > 0) return TSizeSum(mask, recursive).Run(folder);
+
+  const long long own = TSizeSum(mask, 0).Run(folder);
+  if (own < 0) return own;
+  long long total = SumFromRoot(mask);
+  if (total >= 0) Add(total, own);
   return total;
 }
 
@@ -127,6 +156,7 @@ long long ReadThrough(TInputFile& file, TCRC32& crc) {
 // The file's facts; a name that is no file's is taken for a wildcard and becomes the first match's name.
 bool FindFileInfo(String& name, long long& size, long& ctime, long& mtime) {
   if (GetFileInfo(name.CStr(), size, ctime, mtime)) return true;
+  if (OwnTrouble(errno)) return false;
   const String match = GetFirstMatchedFile(name);
   if (match.Length() == 0) return false;
   name = match;
@@ -143,7 +173,7 @@ int MinutesSince(long long mtime) {
 
 bool GetUNCDriveInfo(const char* path, long long& total, long long& free, long long& avail) {
   struct statfs info;
-  if (statfs(path, &info) != 0) return false;
+  if (Uninterrupted([&] { return statfs(path, &info); }) != 0) return false;
   total = Bytes(info.f_blocks, info.f_bsize);
   free = Bytes(info.f_bfree, info.f_bsize);
   avail = Bytes(info.f_bavail, info.f_bsize);
@@ -151,20 +181,12 @@ bool GetUNCDriveInfo(const char* path, long long& total, long long& free, long l
 }
 
 long long GetFolderSize(String path, int recursive) {
-  if (DirectoryExists(path.CStr())) return TSizeSum("*", recursive).Run(path);
-
-  const String mask = ExtractFileName(path);
-  const String folder = ExtractFilePath(path);
-  if (!recursive && !HasWildcards(mask) && !NamesSomething(path)) return -1;
-  if (!recursive || folder.Length() > 0) return TSizeSum(mask, recursive).Run(folder);
-
-  const long long own = TSizeSum(mask, 0).Run(folder);
-  return own < 0 ? own : own + SumFromRoot(mask);
+  return std::max(SizeOf(path, recursive), -1LL);
 }
 
 bool GetFileInfo(const char* name, long long& size, long& ctime, long& mtime) {
   struct stat status;
-  if (!name || lstat(name, &status) != 0) return false;
+  if (Uninterrupted([&] { return lstat(name ? name : "", &status); }) != 0) return false;
   size = status.st_size;
   ctime = status.st_ctime;
   mtime = status.st_mtime;
@@ -213,8 +235,8 @@ void ProcessTest_FolderSize(const BVRequest& request, TAVReply& reply) {
   if (!SettingsInForce()->foldersize) return Answer(reply, kSwitchedOff, kNotAllowed);
 
   String folder = request.GetParam(1, 1);
-  if (tavDecodeBool(request.GetParam(8, 1))) folder = GetFileUsingSpecialMacros(folder);
-  const long long size = GetFolderSize(folder, tavDecodeBool(request.GetParam(2, 1)));
+  const bool resolved = !tavDecodeBool(request.GetParam(8, 1)) || ResolveFileMacros(folder);
+  const long long size = resolved ? GetFolderSize(folder, tavDecodeBool(request.GetParam(2, 1))) : -1;
   if (size < 0) return Answer(reply, kNotExamined, "Folder/File doesn`t exist or access denied");
 
   reply.SetResult(kDone);
@@ -225,10 +247,11 @@ void ProcessTest_FileExists(const BVRequest& request, TAVReply& reply) {
   if (!SettingsInForce()->fileexists) return Answer(reply, kSwitchedOff, kNotAllowed);
 
   String name = request.GetParam(1, 1);
-  if (tavDecodeBool(request.GetParam(7, 1))) name = GetFileUsingSpecialMacros(name);
+  const bool resolved = !tavDecodeBool(request.GetParam(7, 1)) || ResolveFileMacros(name);
   long long size = 0;
   long ctime = 0, mtime = 0;
-  if (!FindFileInfo(name, size, ctime, mtime)) return Answer(reply, kNotExamined, "no such file or acess denied");
+  if (!resolved || !FindFileInfo(name, size, ctime, mtime))
+    return Answer(reply, kNotExamined, "no such file or acess denied");
 
   reply.SetResult(kDone);
   reply.AddIntParam(size);

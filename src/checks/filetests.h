@@ -22,11 +22,13 @@ bool GetUNCDriveInfo(const char* path, long long& total, long long& free, long l
 
 // Bytes in the files of a folder, or, when `path` is not a folder, in those files of the folder before its last "/"
 // that match the wildcard behind it; with `recursive` in its subfolders too, of any depth.  Links are neither
-// counted nor followed, folders themselves weigh nothing.  -1 when the folder can't be listed, and without
-// `recursive` when a name without wildcards names nothing.
+// counted nor followed, folders themselves weigh nothing.  -1 when the folder can't be listed, when trouble of the
+// agent's own or a read error leaves the size unknown, and without `recursive` when a name without wildcards names
+// nothing.
 long long GetFolderSize(String path, int recursive);
 
-// Size, status-change and modification time of what the name itself stands for: a link is not followed.
+// Size, status-change and modification time of what the name itself stands for: a link is not followed.  False with
+// errno set.
 bool GetFileInfo(const char* name, long long& size, long& ctime, long& mtime);
 
 // The checksum of a file's content; or false and the reason.  An empty file and one whose length is a multiple of

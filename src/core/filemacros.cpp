@@ -32,9 +32,9 @@ bool Better(const TMacro& macro, long long time, long long best) {
   return macro.newest ? time > best : time < best;
 }
 
-// The name of the entry that the macro means in `dir`; empty when there is none.  Among equals the first met stays.
-String ChooseEntry(const TMacro& macro, const String& dir) {
-  String best;
+// Finds the name of the entry that the macro means in `dir`; empty when there is none.  Among equals the first met
+// stays.  False in trouble: the entry that is meant may not have been seen.
+bool ChooseEntry(const TMacro& macro, const String& dir, String& best) {
   long long bestTime = 0;
   TSearchRec rec;
   TSearchGuard guard(rec);
@@ -45,12 +45,12 @@ String ChooseEntry(const TMacro& macro, const String& dir) {
     best = rec.Name;
     bestTime = rec.Time;
   }
-  return best;
+  return rec.Trouble == 0;
 }
 
 }  // namespace
 
-String GetFileUsingSpecialMacros(String path) {
+bool ResolveFileMacros(String& path) {
   String lower = path;
   lower.LowerCase();
   const char* text = lower.CStr();
@@ -61,13 +61,19 @@ String GetFileUsingSpecialMacros(String path) {
     const TMacro* macro = MacroAt(text + i);
     if (!macro) continue;
     result += path.Copy(taken + 1, i - taken);
-    const String name = ChooseEntry(*macro, result);
-    if (name.Length() == 0) return path;
+    String name;
+    if (!ChooseEntry(*macro, result, name)) return false;
+    if (name.Length() == 0) return true;
     result += name;
     taken = i + static_cast<int>(strlen(macro->text));
     i = taken - 1;
   }
-  return result + path.Copy(taken + 1, path.Length() - taken);
+  path = result + path.Copy(taken + 1, path.Length() - taken);
+  return true;
+}
+
+String GetFileUsingSpecialMacros(String path) {
+  return ResolveFileMacros(path) ? path : String();
 }
 
 String GetFirstMatchedFile(const String& pathMask) {

@@ -7,8 +7,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <iterator>
+
 #include "core/closers.h"
 #include "core/paths.h"
+#include "core/trouble.h"
 
 namespace {
 
@@ -30,9 +34,21 @@ bool Rejected(const TSearchRec& rec) {
   return (rec.Attr & rec.ExcludeAttr) != 0;
 }
 
+// Why a call failed is kept when it is the agent's own trouble: then the search is over.
+bool Failed(TSearchRec& rec, int error) {
+  if (OwnTrouble(error)) rec.Trouble = error;
+  return false;
+}
+
+bool Examine(TSearchRec& rec, const char* name, struct stat& status) {
+  const int folder = dirfd(rec.DirHandle);
+  if (Uninterrupted([&] { return fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW); }) == 0) return true;
+  return Failed(rec, errno);
+}
+
 bool FetchStat(TSearchRec& rec, const char* name) {
   struct stat status;
-  if (fstatat(dirfd(rec.DirHandle), name, &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  if (!Examine(rec, name, status)) return false;
   rec.Attr = (rec.Attr & ~kTypeBits) | TypeBits(status.st_mode);
   rec.Mode = status.st_mode;
   rec.Size = status.st_size;
@@ -42,8 +58,9 @@ bool FetchStat(TSearchRec& rec, const char* name) {
 }
 
 bool FetchAccess(TSearchRec& rec, const char* name) {
-  if (faccessat(dirfd(rec.DirHandle), name, W_OK, 0) != 0) {
-    if (errno == ENOENT) return false;
+  const int folder = dirfd(rec.DirHandle);
+  if (Uninterrupted([&] { return faccessat(folder, name, W_OK, 0); }) != 0) {
+    if (errno == ENOENT || OwnTrouble(errno)) return Failed(rec, errno);
     rec.Attr |= AttrReadOnly;
   }
   rec.Known |= kNeedAccess;
@@ -83,15 +100,38 @@ bool Accept(TSearchRec& rec, const dirent* entry) {
 
 // A folder that may be read but not searched yields nothing: none of its entries can be examined.  A search that
 // examines each notices by itself.
-bool EntriesExaminable(const TSearchRec& rec) {
-  if (rec.Needs & kNeedStat) return true;
+bool EntriesExaminable(TSearchRec& rec) {
   struct stat status;
-  return fstatat(dirfd(rec.DirHandle), ".", &status, AT_SYMLINK_NOFOLLOW) == 0;
+  return (rec.Needs & kNeedStat) || Examine(rec, ".", status);
+}
+
+// The next entry, or null.  A folder that is removed or locked up while it is read ends there; any other read error
+// means that entries are missing, and nobody knows how many.
+const dirent* NextEntry(TSearchRec& rec) {
+  do {
+    errno = 0;
+    // readdir is safe here: each stream belongs to one search.
+    if (const dirent* entry = readdir(rec.DirHandle)) return entry;
+  } while (errno == EINTR);
+  constexpr int kEnds[] = {0, ENOENT, ENOTDIR, ESTALE, EACCES, EPERM};
+  if (std::find(std::begin(kEnds), std::end(kEnds), errno) == std::end(kEnds)) rec.Trouble = errno;
+  return nullptr;
+}
+
+// The stream of the folder `name` in `folder`; null with errno set.
+DIR* OpenFolder(int folder, const char* name, int flags) {
+  constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
+  TFd opened(Uninterrupted([&] { return openat(folder, name, kFlags | flags); }));
+  DIR* stream = opened.IsOpen() ? fdopendir(opened.Get()) : nullptr;
+  if (stream) (void)opened.Release();  // the stream's from here on
+  return stream;
 }
 
 int StartSearch(DIR* handle, const String& mask, int attr, unsigned needs, TSearchRec& rec) {
+  const int error = handle ? 0 : errno;
   rec.DirHandle = handle;
-  if (!handle) return errno;
+  rec.Trouble = OwnTrouble(error) ? error : 0;
+  if (error != 0) return error;
   rec.ExcludeAttr = ~(attr & AttrAnyFile);
   rec.Mask = mask;
   rec.Needs = needs;
@@ -108,8 +148,10 @@ bool NameMatches(String& mask, const char* name) {
 }
 
 int FindFirst(const String& dir, const String& mask, int attr, unsigned needs, TSearchRec& rec) {
-  rec.DirPath = IncludeTrailingPathDelimiter(dir.Length() > 0 ? dir : GetCurrentDir());
-  return StartSearch(opendir(rec.DirPath.CStr()), mask, attr, needs, rec);
+  rec.DirPath = dir.Length() > 0 ? dir : GetCurrentDir();  // which may be gone
+  if (rec.DirPath.Length() == 0) return StartSearch(nullptr, mask, attr, needs, rec);
+  rec.DirPath = IncludeTrailingPathDelimiter(rec.DirPath);
+  return StartSearch(OpenFolder(AT_FDCWD, rec.DirPath.CStr(), 0), mask, attr, needs, rec);
 }
 
 int FindFirst(const String& dir, const String& mask, int attr, TSearchRec& rec) {
@@ -123,18 +165,14 @@ int FindFirst(const char* pathAndMask, int attr, TSearchRec& rec) {
 
 int FindFirstAt(int folder, const char* name, const String& mask, int attr, unsigned needs, TSearchRec& rec) {
   rec.DirPath = IncludeTrailingPathDelimiter(name);
-  rec.DirHandle = nullptr;
-  TFd opened(openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  if (!opened.IsOpen()) return errno;
-  DIR* handle = fdopendir(opened.Get());
-  if (handle) (void)opened.Release();  // the stream's from here on
-  return StartSearch(handle, mask, attr, needs, rec);
+  return StartSearch(OpenFolder(folder, name, O_NOFOLLOW), mask, attr, needs, rec);
 }
 
 int FindMatchingFile(TSearchRec& rec) {
   if (!rec.DirHandle) return -1;
-  // readdir is safe here: each stream belongs to one search.
-  while (const dirent* entry = readdir(rec.DirHandle)) {
+  while (rec.Trouble == 0) {
+    const dirent* entry = NextEntry(rec);
+    if (!entry) break;
     if (NameMatches(rec.Mask, entry->d_name) && Accept(rec, entry)) return 0;
   }
   return -1;

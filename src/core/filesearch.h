@@ -3,6 +3,7 @@
 //   TSearchRec rec;
 //   TSearchGuard guard(rec);
 //   for (int found = FindFirst(dir, "*", AttrAnyFile, rec); found == 0; found = FindNext(rec)) ...
+//   if (rec.Trouble) ...  // what was found may not be all
 //
 // The attributes subtract: an entry is returned when every bit it has was asked for, so a plain writable file is
 // returned by every search and a symbolic link by none.  Entries come in the directory's own order.  Each search
@@ -38,13 +39,17 @@ struct TSearchRec {
   String Mask;
   unsigned Needs = kNeedAll;  // what FindNext fetches
   unsigned Known = 0;         // what is fetched for the current entry
+  // Why the search is over before its end, an errno: the agent is short of descriptors or memory, or reading broke
+  // off.  A folder or an entry that has gone, or may not be examined, is no trouble.
+  int Trouble = 0;
 };
 
 // Starts a search in `dir` (empty: the current directory) and stands on the first match.  Returns 0; errno when the
-// directory can't be opened; -1 when nothing matches.  The search is open only after 0.
+// directory can't be opened; -1 when nothing matches.  The search is open only after 0.  After anything else
+// Trouble tells whether the answer can be relied on.
 int FindFirst(const String& dir, const String& mask, int attr, TSearchRec& rec);
 int FindFirst(const char* pathAndMask, int attr, TSearchRec& rec);
-// 0, or -1 at the end of the directory or on a read error.
+// 0, or -1 at the end of the directory or in trouble.
 int FindNext(TSearchRec& rec);
 // Harmless on a closed search.
 void FindClose(TSearchRec& rec);
@@ -56,7 +61,7 @@ int FindFirst(const String& dir, const String& mask, int attr, unsigned needs, T
 // The same for the subfolder `name` of an open directory, which is not entered through a link.
 int FindFirstAt(int folder, const char* name, const String& mask, int attr, unsigned needs, TSearchRec& rec);
 // Fetches for the current entry what is still unknown of `needs`.  False when the entry has gone or has changed
-// into what the search does not return.
+// into what the search does not return, or in trouble, which ends the search.
 bool CompleteRecord(TSearchRec& rec, unsigned needs);
 // Tells whether a search with these attributes would return the current entry too.
 bool SearchReturns(TSearchRec& rec, int attr);

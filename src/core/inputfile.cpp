@@ -5,6 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "core/paths.h"
+#include "core/trouble.h"
+
 namespace {
 
 bool Unreadable(mode_t mode) {
@@ -24,11 +27,11 @@ bool TInputFile::Open(const char* path) {
 
   // Asked before opening: opening a FIFO wakes its writer, and opening a device may wind a tape or arm a watchdog.
   struct stat status;
-  if (stat(path, &status) != 0) return false;
+  if (!ExamineFile(path, status)) return false;
   if (Unreadable(status.st_mode)) return Refuse(ENXIO);
   if (S_ISCHR(status.st_mode)) return access(path, R_OK) == 0;
 
-  TFd opened(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  TFd opened(Uninterrupted([path] { return open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }));
   if (!opened.IsOpen()) return false;
   // Asked again of what was opened: the name may mean something else by now.
   if (fstat(opened.Get(), &status) != 0) return false;

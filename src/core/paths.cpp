@@ -4,14 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "core/trouble.h"
+
 namespace {
 
 constexpr int kMaxNamePart = 4095;  // the longest name or extension that is handed out
 constexpr int kMaxCurrentDir = 4095;
-
-bool Examine(const char* path, struct stat& status) {
-  return stat(path ? path : "", &status) == 0;
-}
 
 // The scan of ExpandFileName over an absolute path: `i` reads, `pending` is where the segment begins that has not
 // been taken over yet, `afterSlash` tells that a segment is just beginning.
@@ -158,24 +156,29 @@ String ExpandFileName(const String& path) {
   return TSegmentScan(absolute).Run();
 }
 
+bool ExamineFile(const char* path, struct stat& status) {
+  return Uninterrupted([&] { return stat(path ? path : "", &status); }) == 0;
+}
+
 long long FileAge(const char* path) {
   struct stat status;
-  return Examine(path, status) ? status.st_mtime : -1;
+  return ExamineFile(path, status) ? status.st_mtime : -1;
 }
 
 long long FileSize(const char* path) {
   struct stat status;
-  return Examine(path, status) ? status.st_size : -1;
+  return ExamineFile(path, status) ? status.st_size : -1;
 }
 
 bool FileExists(const char* path) {
   struct stat status;
-  return Examine(path, status) && S_ISREG(status.st_mode);
+  return ExamineFile(path, status) && S_ISREG(status.st_mode);
 }
 
 bool DirectoryExists(const char* path) {
   struct stat status;
-  return Examine(path, status) && S_ISDIR(status.st_mode);
+  errno = 0;
+  return ExamineFile(path, status) && S_ISDIR(status.st_mode);
 }
 
 bool DeleteFile(const char* path) {

@@ -4,6 +4,8 @@
 // file questions touch the file system, and they follow symbolic links.
 #pragma once
 
+#include <sys/stat.h>
+
 #include "core/zostring.h"
 
 // --- characters: text is single-byte, so each is a step of one ---
@@ -34,8 +36,11 @@ String GetCurrentDir();
 String ExpandFileName(const String& path);
 
 // --- the file behind a path; null is an empty path ---
-long long FileAge(const char* path);   // modification time in seconds since 1970, -1 when it can't be examined
-long long FileSize(const char* path);  // bytes, -1 when it can't be examined
-bool FileExists(const char* path);     // a regular file
-bool DirectoryExists(const char* path);
+bool ExamineFile(const char* path, struct stat& status);  // false with errno set
+// Each of these looks anew, and any failure to look is the same to them: who compares or concludes from what is
+// missing examines the file once instead.
+long long FileAge(const char* path);     // modification time in seconds since 1970, -1 when it can't be examined
+long long FileSize(const char* path);    // bytes, -1 when it can't be examined
+bool FileExists(const char* path);       // a regular file
+bool DirectoryExists(const char* path);  // false with errno set, to 0 when it is something else
 bool DeleteFile(const char* path);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/closers.h"
+#include "core/trouble.h"
 
 namespace {
 
@@ -17,6 +18,7 @@ struct TLevel {
   dev_t device = 0;  // what it was when it was closed, to know it again
   ino_t inode = 0;
   size_t names = 0;  // where its waiting subfolders begin
+  std::string path;  // from the level before
 };
 
 bool IsSubfolder(const TSearchRec& rec) {
@@ -27,42 +29,44 @@ class TWalk {
  public:
   explicit TWalk(const TTreeVisitor& v) : visitor(v) {}
 
-  bool Run(const String& root) {
-    TSearchRec rec;
-    TSearchGuard guard(rec);
-    if (FindFirst(root, "*", AttrAnyFile, 0, rec) != 0) return false;
-    List(rec);
-    while (!levels.empty()) {
-      if (waiting.size() == levels.back().names)
-        Leave();
-      else
-        EnterNext();
+  TWalkEnd Run(const String& root) {
+    bool going = true;
+    {
+      TSearchRec rec;
+      TSearchGuard guard(rec);
+      if (FindFirst(root, "*", AttrAnyFile, 0, rec) != 0) return rec.Trouble ? kWalkTrouble : kWalkNotListed;
+      going = List(rec);
     }
-    return true;
+    while (going && !levels.empty()) going = waiting.size() == levels.back().names ? Leave() : EnterNext();
+    return going ? kWalkDone : kWalkTrouble;
   }
 
  private:
-  void EnterNext() {
+  // Each step is false when the walk can't go on.
+  bool EnterNext() {
     const std::string name = TakeName();
     TSearchRec rec;
     TSearchGuard guard(rec);
-    if (FindFirstAt(levels.back().fd.Get(), name.c_str(), "*", AttrAnyFile, 0, rec) == 0) List(rec);
+    if (FindFirstAt(levels.back().fd.Get(), name.c_str(), "*", AttrAnyFile, 0, rec) != 0) return !rec.Trouble;
+    return List(rec);
   }
 
   // Shows a folder to the visitor; when it has subfolders to be entered, it becomes the top level.
-  void List(TSearchRec& rec) {
+  bool List(TSearchRec& rec) {
     const size_t names = waiting.size();
     const int depth = static_cast<int>(levels.size());
     ShowEntries(rec, depth, names);
+    if (rec.Trouble) return false;
     if (!visitor.folderEnd(depth)) waiting.resize(names);
-    if (waiting.size() == names) return FindClose(rec);
+    if (waiting.size() == names) return true;
 
     // The stream and its buffer go; a descriptor is enough to enter what waits.
+    if (levels.size() - firstOpen >= kOpenLevels && !CloseOldest()) return false;
     TFd fd(fcntl(dirfd(rec.DirHandle), F_DUPFD_CLOEXEC, 0));
     FindClose(rec);
-    if (!fd.IsOpen()) return waiting.resize(names);
-    if (levels.size() - firstOpen >= kOpenLevels) CloseOldest();
-    levels.push_back({std::move(fd), 0, 0, names});
+    if (!fd.IsOpen()) return false;
+    levels.push_back({std::move(fd), 0, 0, names, rec.DirPath.CStr()});
+    return true;
   }
 
   void ShowEntries(TSearchRec& rec, int depth, size_t names) {
@@ -84,31 +88,51 @@ class TWalk {
     return name;
   }
 
-  void CloseOldest() {
+  bool CloseOldest() {
     TLevel& oldest = levels[firstOpen++];
     struct stat status;
-    if (fstat(oldest.fd.Get(), &status) == 0) {
-      oldest.device = status.st_dev;
-      oldest.inode = status.st_ino;
-    }
+    if (fstat(oldest.fd.Get(), &status) != 0) return false;
+    oldest.device = status.st_dev;
+    oldest.inode = status.st_ino;
     oldest.fd.Reset();
+    return true;
   }
 
-  // Goes back to the level above.  When that was closed, it is found again as "..", unless this folder has been
-  // moved elsewhere meanwhile: then what waits up there can't be reached any more and adds nothing.
-  void Leave() {
+  // Goes back to the level above.  When that was closed, it is found again as "..", or by its name when this folder
+  // has been moved elsewhere or locked up meanwhile.  What can't be reached any more either way adds nothing.
+  bool Leave() {
     const TFd left = std::move(levels.back().fd);
     levels.pop_back();
-    if (levels.empty() || levels.size() > firstOpen) return;
+    if (levels.empty() || levels.size() > firstOpen) return true;
 
-    TLevel& above = levels.back();
     firstOpen = levels.size() - 1;
-    above.fd = TFd(openat(left.Get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!Reopen(OpenFolder(left.Get(), "..")) && !Reopen(OpenByName())) waiting.resize(levels.back().names);
+    return !trouble;
+  }
+
+  TFd OpenFolder(int folder, const char* name) {
+    TFd fd(Uninterrupted([&] { return openat(folder, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    trouble = trouble || (!fd.IsOpen() && OwnTrouble(errno));
+    return fd;
+  }
+
+  // The folder that has the top level's name now, from the root down.
+  TFd OpenByName() {
+    TFd fd = OpenFolder(AT_FDCWD, levels[0].path.c_str());
+    for (size_t i = 1; i < levels.size() && fd.IsOpen(); i++)
+      fd = OpenFolder(fd.Get(), levels[i].path.c_str());
+    return fd;
+  }
+
+  // Takes a descriptor for the top level's, if it is.
+  bool Reopen(TFd fd) {
+    TLevel& top = levels.back();
     struct stat status;
-    if (above.fd.IsOpen() && fstat(above.fd.Get(), &status) == 0 && status.st_dev == above.device &&
-        status.st_ino == above.inode)
-      return;
-    waiting.resize(above.names);
+    if (!fd.IsOpen()) return false;
+    trouble = trouble || fstat(fd.Get(), &status) != 0;
+    if (trouble || status.st_dev != top.device || status.st_ino != top.inode) return false;
+    top.fd = std::move(fd);
+    return true;
   }
 
   static constexpr size_t kOpenLevels = kWalkDescriptors - 2;  // one for the folder being read, one to spare
@@ -117,10 +141,11 @@ class TWalk {
   std::vector<TLevel> levels;
   size_t firstOpen = 0;  // the levels before it are closed
   std::string waiting;
+  bool trouble = false;  // met on the way back
 };
 
 }  // namespace
 
-bool WalkTree(const String& root, const TTreeVisitor& visitor) {
+TWalkEnd WalkTree(const String& root, const TTreeVisitor& visitor) {
   return TWalk(visitor).Run(root);
 }

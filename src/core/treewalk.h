@@ -29,5 +29,11 @@ struct TTreeVisitor {
   std::function<bool(int depth)> folderEnd;
 };
 
-// False when `root` (empty: the current directory) can't be listed; a subfolder that can't be listed adds nothing.
-bool WalkTree(const String& root, const TTreeVisitor& visitor);
+enum TWalkEnd {
+  kWalkDone,
+  kWalkNotListed,  // `root` can't be listed; a subfolder that can't be adds nothing
+  kWalkTrouble,    // broken off, as a search is by its Trouble: what was shown is not all
+};
+
+// Walks from `root` (empty: the current directory).
+TWalkEnd WalkTree(const String& root, const TTreeVisitor& visitor);

@@ -4,6 +4,7 @@
 
 #include <map>
 
+#include "core/treewalk.h"
 #include "tests/scratch.h"
 
 namespace {
@@ -37,6 +38,25 @@ TEST(FileSearch, ReturnsWhatHasNoBitThatWasNotAskedFor) {
   TSearchRec rec;
   EXPECT_EQ(ENOENT, FindFirst((dir + "none/*").c_str(), 63, rec));
   EXPECT_TRUE(FindFirst((dir + "*.none").c_str(), 63, rec) == -1 && !rec.DirHandle);
+}
+
+TEST(TreeWalk, GoesOnAboveAFolderThatIsMovedAway) {
+  const TTree tree;
+  std::string folder = tree.path, fifth;
+  for (int level = 1; level <= 2 * kWalkDescriptors; level++) {
+    for (const char* name : {"a", "b", "c", "x", "y", "z"}) std::filesystem::create_directory(folder + name);
+    std::filesystem::create_directory(folder += "l/");
+    if (level == 5) fifth = folder;
+  }
+  int folders = 0;
+  const TTreeVisitor visitor = {[](TSearchRec&, int) { return kWalkInto; },
+                                [&](int depth) {
+                                  if (depth == 2 * kWalkDescriptors)
+                                    rename(fifth.c_str(), (tree.path + "m").c_str());
+                                  return ++folders > 0;
+                                }};
+  EXPECT_EQ(kWalkDone, WalkTree(tree.path.c_str(), visitor));
+  EXPECT_EQ(1 + 2 * kWalkDescriptors * 7, folders);
 }
 
 }  // namespace
