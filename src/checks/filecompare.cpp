@@ -19,12 +19,19 @@ constexpr size_t kBlock = 256 * 1024;  // bytes a read, of each file
 
 // What a mode does with the files once the first one is known to exist; leaving the reply alone answers that a file
 // does not exist.
-using TCompare = void (*)(const BVRequest& request, String& first, int secondMacro, TAVReply& reply);
+using TCompare = void (*)(const BVRequest& request, struct TNamedFile& first, int secondMacro, TAVReply& reply);
 
-String ResolvedParam(const BVRequest& request, int param, int macro) {
-  const String name = request.GetParam(param, 1);
-  return macro ? GetFileUsingSpecialMacros(name) : name;
-}
+// A file as it is when the test begins: it is examined once, and everything that is compared was true together.
+struct TNamedFile {
+  TNamedFile(const BVRequest& request, int param, int macro) : name(request.GetParam(param, 1)) {
+    resolved = !macro || ResolveFileMacros(name);
+  }
+  bool Exists() { return resolved && ExamineFile(name.CStr(), status) && S_ISREG(status.st_mode); }
+
+  String name;
+  bool resolved;
+  struct stat status;
+};
 
 void AnswerOutcome(TAVReply& reply, long long outcome) {
   if (outcome < 0) return Answer(reply, kNotExamined, "I/O Error");
@@ -32,38 +39,38 @@ void AnswerOutcome(TAVReply& reply, long long outcome) {
   reply.AddBoolParam(outcome > 0);
 }
 
-void CompareTwoFiles(const BVRequest& request, String& first, int secondMacro, TAVReply& reply) {
-  String second = ResolvedParam(request, 3, secondMacro);
-  if (!FileExists(second.CStr())) return;
+void CompareTwoFiles(const BVRequest& request, TNamedFile& first, int secondMacro, TAVReply& reply) {
+  TNamedFile second(request, 3, secondMacro);
+  if (!second.Exists()) return;
 
   const int times = tavDecodeBool(request.GetParam(4, 1));
   const int sizes = tavDecodeBool(request.GetParam(5, 1));
   const int contents = tavDecodeBool(request.GetParam(6, 1));
   int equal = 1;
-  if (times && FileAge(first.CStr()) != FileAge(second.CStr()))
+  if (times && first.status.st_mtime != second.status.st_mtime)
     equal = 0;
   else if (sizes)
-    equal = FileSize(first.CStr()) == FileSize(second.CStr());
-  if (equal && contents) equal = CompareFiles(first.CStr(), second.CStr());
+    equal = first.status.st_size == second.status.st_size;
+  if (equal && contents) equal = CompareFiles(first.name.CStr(), second.name.CStr());
   AnswerOutcome(reply, equal);
 }
 
-void FindSecondFile(const BVRequest& request, String& first, int, TAVReply& reply) {
-  String second = request.GetParam(3, 1);
-  if (!FileExists(second.CStr())) return;
-  if (FileSize(second.CStr()) > kMaxPatternFile)
+void FindSecondFile(const BVRequest& request, TNamedFile& first, int, TAVReply& reply) {
+  TNamedFile second(request, 3, 0);
+  if (!second.Exists()) return;
+  if (second.status.st_size > kMaxPatternFile)
     return Answer(reply, kNotExamined, "The size of the second file cannot exceed 8Mb");
-  AnswerOutcome(reply, FindFileInFile(first.CStr(), second.CStr()));
+  AnswerOutcome(reply, FindFileInFile(first.name.CStr(), second.name.CStr()));
 }
 
-void FindString(const BVRequest& request, String& first, int, TAVReply& reply) {
+void FindString(const BVRequest& request, TNamedFile& first, int, TAVReply& reply) {
   String text = request.GetParam(3, 1);
   const int caseSensitive = tavDecodeBool(request.GetParam(4, 1));
   const int wholeWord = tavDecodeBool(request.GetParam(5, 1));
-  AnswerOutcome(reply, FindStrInFile(first.CStr(), text, caseSensitive, wholeWord));
+  AnswerOutcome(reply, FindStrInFile(first.name.CStr(), text, caseSensitive, wholeWord));
 }
 
-void RefuseMode(const BVRequest&, String&, int, TAVReply& reply) {
+void RefuseMode(const BVRequest&, TNamedFile&, int, TAVReply& reply) {
   Answer(reply, kWrongParameter, "Wrong parameter");
 }
 
@@ -110,7 +117,7 @@ void ProcessTest_FileCompare(const BVRequest& request, TAVReply& reply) {
   const TCompareMode& mode = ModeNamed(request.GetParam(1, 1));
   const auto switchAt = [&](int param) { return param > 0 && tavDecodeBool(request.GetParam(param, 1)); };
 
-  String first = ResolvedParam(request, 2, switchAt(mode.firstMacro));
-  if (!FileExists(first.CStr())) return;
+  TNamedFile first(request, 2, switchAt(mode.firstMacro));
+  if (!first.Exists()) return;
   mode.compare(request, first, switchAt(mode.secondMacro), reply);
 }

@@ -5,6 +5,7 @@
 #include "checks/filetests.h"
 #include "config/settings.h"
 #include "core/paths.h"
+#include "core/trouble.h"
 #include "protocol/results.h"
 #include "protocol/tav_const.h"
 
@@ -14,7 +15,7 @@ namespace {
 struct TListing {
   explicit TListing(const BVRequest& request);
 
-  String folder;  // ends in "/"
+  String folder;  // ends in "/"; empty when trouble of the agent's own leaves open which one it is
   String mask;    // for the files; folders are listed whatever their names
   int folders;
   int files;
@@ -26,8 +27,10 @@ struct TListing {
 
 String FolderToList(String folder) {
   if (folder.Length() == 0) return "/";
-  if (!IsPathDelimiter(folder, folder.Length()) && !DirectoryExists(folder.CStr()))
+  if (!IsPathDelimiter(folder, folder.Length()) && !DirectoryExists(folder.CStr())) {
+    if (OwnTrouble(errno)) return String();
     folder = ExtractFilePath(folder);
+  }
   return IncludeTrailingPathDelimiter(folder);
 }
 
@@ -44,20 +47,20 @@ TListing::TListing(const BVRequest& request) {
   mtimes = wanted(9);
 }
 
-// Adds either the directories or everything else that the search finds; returns how many.
-int AddEntries(TAVReply& list, const TListing& listing, bool directories) {
+// Adds either the directories or everything else that the search finds, and to `count` how many.  False in trouble
+// that has or may have left some out.
+bool AddEntries(TAVReply& list, const TListing& listing, bool directories, int& count) {
   const unsigned needs = kNeedAccess | (listing.sizes || listing.mtimes ? kNeedStat : 0);
   const String mask = directories ? String("*") : listing.mask;
-  int count = 0;
   TSearchRec rec;
   TSearchGuard guard(rec);
   for (int found = FindFirst(listing.folder, mask, listing.attr, 0, rec); found == 0; found = FindNext(rec)) {
     if (((rec.Attr & AttrDirectory) != 0) != directories || strcmp(rec.Name, ".") == 0) continue;
     if (!CompleteRecord(rec, needs)) continue;
-    AddFileStr(list, listing.folder, rec, listing.sizes, listing.ctimes, listing.mtimes);
+    if (!AddFileStr(list, listing.folder, rec, listing.sizes, listing.ctimes, listing.mtimes)) return false;
     count++;
   }
-  return count;
+  return rec.Trouble == 0;
 }
 
 bool Allowed(const TTAVSettings& settings) {
@@ -67,7 +70,7 @@ bool Allowed(const TTAVSettings& settings) {
 
 }  // namespace
 
-void AddFileStr(TAVReply& list, const String& dir, const TSearchRec& entry, int withSize, int withCTime,
+bool AddFileStr(TAVReply& list, const String& dir, const TSearchRec& entry, int withSize, int withCTime,
                 int withMTime) {
   list.AddStringParam(entry.Name, 0);
   list.AddIntParam(entry.Attr);
@@ -76,10 +79,14 @@ void AddFileStr(TAVReply& list, const String& dir, const TSearchRec& entry, int 
     long long size = 0;
     long ctime = 0, mtime = 0;
     String path = dir + entry.Name;
-    if (!GetFileInfo(path.CStr(), size, ctime, mtime)) ctime = 0;
+    if (!GetFileInfo(path.CStr(), size, ctime, mtime)) {
+      if (OwnTrouble(errno)) return false;
+      ctime = 0;
+    }
     list.AddTimeParam(time_t{ctime});
   }
   if (withMTime) list.AddTimeParam(time_t{entry.Time});
+  return true;
 }
 
 void ProcessInfo_GetFileList(const BVRequest& request, TAVReply& reply) {
@@ -88,8 +95,9 @@ void ProcessInfo_GetFileList(const BVRequest& request, TAVReply& reply) {
   const TListing listing(request);
   TAVReply list;
   int count = 0;
-  if (listing.folders) count += AddEntries(list, listing, true);
-  if (listing.files) count += AddEntries(list, listing, false);
+  const bool listed = listing.folder.Length() > 0 && (!listing.folders || AddEntries(list, listing, true, count)) &&
+                      (!listing.files || AddEntries(list, listing, false, count));
+  if (!listed) return Answer(reply, kNotExamined, "Folder doesn`t exist or access denied");
 
   reply.SetResult(kDone);
   reply.AddStringParam(listing.folder, 0);

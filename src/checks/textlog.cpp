@@ -14,6 +14,7 @@
 #include "core/filemacros.h"
 #include "core/inputfile.h"
 #include "core/paths.h"
+#include "core/trouble.h"
 #include "protocol/results.h"
 #include "protocol/tav_const.h"
 
@@ -22,6 +23,7 @@ namespace {
 constexpr size_t kBlock = 256 * 1024;  // bytes a read
 constexpr int kOpenAttempts = 3;
 constexpr int kReportedLine = 1024;  // characters of the matching line in a reply
+constexpr const char* kCannotOpen = "Cannot open file";
 
 // Line ends of a block, in order: the next one of either kind is looked up once.
 class TLineEnds {
@@ -132,16 +134,31 @@ class TLogScan {
   bool tooLong = false;   // the line has outgrown what is kept
 };
 
+// Whether a failure leaves open what the log holds.  Others are the log's own: it has gone, or can't be read.
+bool LeavesOpen(int error) {
+  return OwnTrouble(error) || error == EIO;
+}
+
+// Sets the text; `reason` is what errno shall be.
+long long Fail(int reason, String& error, const String& text) {
+  error = text;
+  errno = reason;
+  return -1;
+}
+
 // Ages travel as 32 bits.
 long long KnownAge(long long age) {
   return static_cast<int>(age);
 }
 
-void Refresh(const TInputFile& file, long long& size, long long& age) {
+// Of a character device, which has no descriptor, they stay what its name has shown.
+bool Refresh(const TInputFile& file, long long& size, long long& age) {
+  if (file.Descriptor() < 0) return true;
   struct stat st;
-  if (fstat(file.Descriptor(), &st) != 0) return;
+  if (fstat(file.Descriptor(), &st) != 0) return false;
   size = st.st_size;
   age = KnownAge(st.st_mtime);
+  return true;
 }
 
 bool OpenLog(TInputFile& file, const char* path) {
@@ -158,17 +175,18 @@ bool SeekLog(TInputFile& file, long long position) {
 }
 
 // Reads to the end of the file, or as far as the scan wants to go; size and age are those of the last match.
-// Returns the offset up to which was read.
+// Returns the offset up to which was read, -1 when reading broke off.  A folder or a device has nothing to read.
 long long ReadLog(TInputFile& file, TLogScan& scan, long long& size, long long& age) {
   const std::unique_ptr<char[]> block(new char[kBlock]);
   long long readTo = scan.position;
   for (bool wanted = true; wanted;) {
     const long long got = file.Read(block.get(), kBlock);
+    if (got < 0 && LeavesOpen(errno)) return -1;
     if (got <= 0) break;
     readTo += got;
     const long long lastMatch = scan.result;
     wanted = scan.Take(block.get(), static_cast<size_t>(got)) && got == static_cast<long long>(kBlock);
-    if (scan.result != lastMatch) Refresh(file, size, age);
+    if (scan.result != lastMatch && !Refresh(file, size, age)) return -1;
   }
   return readTo;
 }
@@ -205,20 +223,19 @@ long long CheckFileForExpression2(const char* path, long long& position, long lo
                                   int scanall, int& status, String& matchline, String& error, long long& filesize) {
   matchline = "";
   error = "";
-  filesize = FileSize(path);
-  if (filesize < 0) {
-    error = String("File \"") + ExtractFileName(path) + "\" not found";
-    return -1;
+  struct stat st;
+  if (!ExamineFile(path, st)) {
+    const int reason = errno;
+    filesize = -1;
+    return Fail(reason, error, String("File \"") + ExtractFileName(path) + "\" not found");
   }
-  long long age = KnownAge(FileAge(path));
+  filesize = st.st_size;
+  long long age = KnownAge(st.st_mtime);
   if (knownsize != 0 && knownsize == filesize && knownage != 0 && knownage == age) return 0;
 
   TInputFile file;
-  if (!OpenLog(file, path)) {
-    error = "Cannot open file";
-    return -1;
-  }
-  Refresh(file, filesize, age);  // of the file that was opened: the name may have moved on to another
+  // Size and age are taken again of the file that was opened: the name may have moved on to another.
+  if (!OpenLog(file, path) || !Refresh(file, filesize, age)) return Fail(errno, error, kCannotOpen);
   if (knownsize == 0) {
     position = filesize - 1;
     knownsize = filesize;
@@ -226,13 +243,11 @@ long long CheckFileForExpression2(const char* path, long long& position, long lo
     return 0;
   }
   if (position > filesize) position = 0;  // rotated or cut
-  if (!SeekLog(file, position)) {
-    error = "fseek error";
-    return -1;
-  }
+  if (!SeekLog(file, position)) return Fail(EINVAL, error, "fseek error");
 
   TLogScan scan(position, filter1, usefilter2 ? &filter2 : nullptr, scanall);
   const long long readTo = ReadLog(file, scan, filesize, age);
+  if (readTo < 0) return Fail(errno, error, kCannotOpen);
   position = scan.position;
   if (scan.result > 0) {
     status = scan.status;
@@ -282,6 +297,8 @@ void ProcessTest_TextLog2(const BVRequest& request, TAVReply& reply) {
 
   // Is there another match behind this one?  Then the server asks again from where the first one ended.
   TLogState ahead = state;
-  const bool more = check(ahead) > 0;
+  const long long next = check(ahead);
+  if (next == -1 && LeavesOpen(errno)) return Answer(reply, kNotExamined, error);
+  const bool more = next > 0;
   AddState(reply, more, more ? state : ahead, file);
 }

@@ -27,7 +27,7 @@ void DecodeFilter(const BVRequest& request, TTextLogFilter& filter, int first);
 // In and out: `position`, where the next check begins; `knownsize` and `knownage`, the file as it was when it was
 // last read to its end (a known size of 0 begins a watch: nothing is read, the position is the last byte).  Out:
 // `filesize`; after a match `status` (1 first filter, 0 second; else left alone) and the last matching `matchline`.
-// Returns the 1-based offset in the file of the last match, 0 when no line matched, -1 with `error` set.
+// Returns the 1-based offset in the file of the last match, 0 when no line matched, -1 with `error` and errno set.
 // Blocks on the file; a file that does not open is tried three times, a second apart.
 long long CheckFileForExpression2(const char* path, long long& position, long long& knownsize, long long& knownage,
                                   const TTextLogFilter& filter1, const TTextLogFilter& filter2, int usefilter2,
