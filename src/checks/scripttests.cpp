@@ -17,13 +17,13 @@
 #include "core/paths.h"
 #include "core/process.h"
 #include "core/tempfile.h"
+#include "core/tempregister.h"
 #include "core/writeall.h"
 #include "protocol/results.h"
 #include "protocol/tav_const.h"
 
 namespace {
 
-constexpr int kPathSize = 512;
 constexpr int kFixedNameSize = 36;
 constexpr int kLineSize = 512;
 constexpr int kNumberSize = 4096;  // more digits than any number that means something
@@ -37,25 +37,16 @@ constexpr const char* kResultMark = "scriptres:";
 constexpr char kUntouched[] = "not opened by the shell\n";
 constexpr int kUntouchedSize = sizeof(kUntouched) - 1;
 
-// The name of a temporary file, which is gone when this goes away.
-struct TTempFile {
-  char path[kPathSize] = "";
+bool TakeUniqueName(TTempFile& file) {
+  return gettempfilename(file.path, sizeof(file.path), nullptr) != 0 && file.Register();
+}
 
-  TTempFile() = default;
-  TTempFile(const TTempFile&) = delete;
-  TTempFile& operator=(const TTempFile&) = delete;
-  ~TTempFile() {
-    if (path[0] != '\0') (void)unlink(path);  // may never have been made
-  }
-
-  int TakeUniqueName() { return gettempfilename(path, sizeof(path), nullptr); }
-  // `format` has one "%ld", for the thread's number.
-  int TakeThreadName(const char* format) {
-    char name[kFixedNameSize];
-    snprintf(name, sizeof(name), format, static_cast<long>(GetUniqueThreadID()));
-    return gettempfilename(path, sizeof(path), name);
-  }
-};
+// `format` has one "%ld", for the thread's number.
+bool TakeThreadName(TTempFile& file, const char* format) {
+  char name[kFixedNameSize];
+  snprintf(name, sizeof(name), format, static_cast<long>(GetUniqueThreadID()));
+  return gettempfilename(file.path, sizeof(file.path), name) != 0 && file.Register();
+}
 
 // Null when there are no results, or not ours.
 TFile OpenResults(const char* path) {
@@ -196,7 +187,7 @@ void ProcessTest_Process(const BVRequest& request, TAVReply& reply) {
   if (name.Length() == 0) return Answer(reply, kWrongParameter, "Name of the process is not specified");
 
   TTempFile output;
-  if (!output.TakeThreadName("tmpPtav-%ld.txt")) return Answer(reply, kNotExamined, "cannot get temp file");
+  if (!TakeThreadName(output, "tmpPtav-%ld.txt")) return Answer(reply, kNotExamined, "cannot get temp file");
   const TFile results = RunHelper(script + ' ' + name, output, reply);
   if (results == nullptr) return;
 
@@ -214,7 +205,7 @@ void ProcessTest_CPU(const BVRequest&, TAVReply& reply) {
   if (script.Length() == 0) return Answer(reply, kNotExamined, "CPUUsage script is not speified");
   if (!FileExists(script.CStr())) return Answer(reply, kNotExamined, "CPUUsage script doesn't exist");
   TTempFile output;
-  if (!output.TakeThreadName("tmpCtav-%ld.txt")) return Answer(reply, kNotExamined, "cannot get temp file");
+  if (!TakeThreadName(output, "tmpCtav-%ld.txt")) return Answer(reply, kNotExamined, "cannot get temp file");
 
   SleepUs(settings->delayforscripts);
   int exitcode = 0;  // of no interest
@@ -255,7 +246,7 @@ void ProcessInfo_ProcessesList(const BVRequest&, TAVReply& reply) {
   if (script.Length() == 0) return Answer(reply, kNotExamined, "ProcList script is not speified");
   if (!FileExists(script.CStr())) return Answer(reply, kNotExamined, "ProcList script doesn't exist");
   TTempFile output;
-  if (!output.TakeThreadName("tmpPtav-%ld.txt")) return Answer(reply, kNotExamined, "cannot get temp file");
+  if (!TakeThreadName(output, "tmpPtav-%ld.txt")) return Answer(reply, kNotExamined, "cannot get temp file");
   const TFile results = RunHelper(script, output, reply);
   if (results == nullptr) return;
 
@@ -278,11 +269,11 @@ void ProcessTest_ShellScript(const BVRequest& request, TAVReply& reply) {
   if (!settings->shellscript) return Answer(reply, kSwitchedOff, "test is not allowed");
 
   TTempFile script, output;
-  if (!script.TakeUniqueName()) return Answer(reply, kNotExamined, "Cannot get temp file");
+  if (!TakeUniqueName(script)) return Answer(reply, kNotExamined, "Cannot get temp file");
   const String text = tavDecodeStrings(request.GetParam(2, 1)).ReplaceAll("\r\n", "\n", 1);
   const char* refusal = MakeScript(script.path, text);
   if (refusal != nullptr) return Answer(reply, kNotExamined, refusal);
-  (void)output.TakeUniqueName();  // without a name there are no results, which is said below
+  (void)TakeUniqueName(output);  // without a name there are no results, which is said below
 
   String params = tavDecodeStrings(request.GetParam(3, 1)), error;
   String cmdline = request.GetParam(1, 1).ReplaceAll("%script%", script.path, 0);

@@ -4,6 +4,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <thread>
+#include <vector>
+
+#include "core/tempregister.h"
 #include "tests/core/own_temp_folder.h"
 
 namespace {
@@ -52,6 +56,38 @@ TEST_F(TempFile, PrivateFilesAreNeverWhatWasPlanted) {
               (chown(path.c_str(), 65534, 65534) == 0 && !OpenPrivateFile(path.c_str()).IsOpen()));
   unlink(path.c_str());
   EXPECT_NE(0, unlink(victim.c_str())) << "the link was followed";
+}
+
+TEST_F(TempFile, RegisteredOnesDoNotOutliveTheProcess) {
+  const auto make = [](const char* path) { return CreatePrivateFile(path, 0600, O_WRONLY).IsOpen(); };
+  std::vector<std::string> paths;
+  for (int n = 0; n < 40; n++) {
+    paths.push_back(In(std::string(static_cast<size_t>(n % 4 * 80), 'x') + std::to_string(n)));
+    EXPECT_TRUE(RegisterTempFile(paths[n].c_str()) && (n == 7 || make(paths[n].c_str()))) << n;
+    if (n % 3 == 0) ForgetTempFile(paths[n].c_str());
+  }
+  ASSERT_EQ(0, mkdir(In("kept").c_str(), 0700));
+  ASSERT_TRUE(mkdir(In("gone").c_str(), 0700) == 0 && RegisterTempFolder(In("gone").c_str()));
+  ASSERT_TRUE(RegisterTempFolder(In("kept").c_str()) && RegisterTempFile(In("kept/file").c_str()));
+  ASSERT_TRUE(make(In("kept/file").c_str()));
+  std::thread late([&] { usleep(5000), make(paths[7].c_str()); });  // as a child that has just been started does
+  RemoveTempFiles(paths[1].c_str(), In("kept/file").c_str());
+  late.join();
+  for (int n = 0; n < 40; n++) EXPECT_EQ(n == 1 || n % 3 == 0, unlink(paths[n].c_str()) == 0) << n;
+  EXPECT_FALSE(RegisterTempFile(In("late").c_str())) << "the end is near";
+  for (const std::string& path : paths) ForgetTempFile(path.c_str());
+  EXPECT_TRUE(unlink(In("kept/file").c_str()) == 0 && rmdir(In("kept").c_str()) == 0);
+  EXPECT_NE(0, rmdir(In("gone").c_str()));
+  for (const char* path : {"kept", "gone", "kept/file"}) ForgetTempFile(In(path).c_str());
+
+  int waits = 0;
+  for (TTempFile file; waits < 200; waits++, usleep(10000)) {
+    snprintf(file.path, sizeof(file.path), "%s", In("file").c_str());
+    if (!file.Register()) continue;
+    EXPECT_TRUE(make(file.path));
+    break;
+  }
+  EXPECT_LT(waits, 200) << "after a replacement that failed life goes on";
 }
 
 }  // namespace
