@@ -4,6 +4,7 @@
 //   optmutex       the master copy of the settings, and the configuration file  (config/settings.h)
 //   showmutex      console and log files, a line at a time                      (agent/showmessage.cpp)
 //   fidmutex       the running number of temporary file names                   (core/tempfile.cpp)
+//   registermutex  the list of files that must not outlive the process          (core/tempregister.cpp)
 //   thread_mutex   the session counters and the upgrade flag                    (agent/session.cpp)
 //   upgrade_mutex  the upgrade in progress                                      (agent/upgrade.cpp)
 // None is held while another is taken, and none over a name lookup, a child or a socket.
