@@ -1,8 +1,12 @@
 #include "core/childwait.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -29,6 +33,24 @@ int OpenPidfd(pid_t pid) {
   (void)pid;
   return -1;
 #endif
+}
+
+bool HasChildren() {
+  siginfo_t info;
+  return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
+}
+
+// 0 when there is no such process any more.
+pid_t ParentOf(const char* pid) {
+  char path[32], stat[512];
+  snprintf(path, sizeof path, "/proc/%.12s/stat", pid);
+  const TFd file(open(path, O_RDONLY | O_CLOEXEC));
+  const ssize_t size = file.IsOpen() ? read(file.Get(), stat, sizeof stat - 1) : 0;
+  if (size <= 0) return 0;
+  stat[size] = '\0';
+  const char* behindName = strrchr(stat, ')');  // the name may hold anything
+  int parent = 0;
+  return behindName != nullptr && sscanf(behindName, ") %*c %d", &parent) == 1 ? parent : 0;
 }
 
 // True when the child has ended, or is nobody's any more.
@@ -75,6 +97,16 @@ void TChildWatch::Pause(long long ms) {
 void LeaveChild(pid_t pid) {
   TLock lock(leftmutex);
   left.push_back(pid);
+}
+
+void AdoptChildren() {
+  if (!HasChildren()) return;
+  const TDir processes(opendir("/proc"));
+  if (processes == nullptr) return;  // they stay unknown, which costs their places in the table of processes
+  while (const dirent* entry = readdir(processes.get())) {
+    const pid_t pid = atoi(entry->d_name);
+    if (pid > 0 && ParentOf(entry->d_name) == getpid()) LeaveChild(pid);
+  }
 }
 
 void ReapLeftChildren() {

@@ -33,5 +33,8 @@ class TChildWatch {
 
 // Gives up a running child: ReapLeftChildren() will take its end.
 void LeaveChild(pid_t pid);
+// Gives up the children that the process already has: its program's predecessor started them.  Before the first
+// child of its own.
+void AdoptChildren();
 // Takes the ends of children left behind; never blocks.
 void ReapLeftChildren();
