@@ -7,8 +7,9 @@
 
 #include <atomic>
 
+#include "agent/daemon.h"
+#include "agent/flags.h"
 #include "agent/replace.h"
-#include "agent/showmessage.h"
 #include "config/settings.h"
 
 namespace {
@@ -17,9 +18,9 @@ constexpr size_t kLongestPath = 4096;
 
 struct TCrashRecord {
   bool console = false;
-  char logs[2][kLongestPath] = {};  // empty: none
+  char failures[kLongestPath] = {};  // logs; empty: none
+  char verbose[kLongestPath] = {};
   char tavpath[kLongestPath] = {};
-  char pidfile[kLongestPath] = {};
   long zoneSeconds = 0;  // local time minus UTC
 };
 
@@ -62,6 +63,14 @@ void WriteLine(int fd, const char* begin, const char* end) {
   if (write(fd, begin, static_cast<size_t>(end - begin)) < 0) return;
 }
 
+void AppendLine(const char* log, const char* begin, const char* end) {
+  if (log[0] == '\0') return;
+  const int fd = open(log, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, kLogFileMode);
+  if (fd < 0) return;
+  WriteLine(fd, begin, end);
+  close(fd);
+}
+
 }  // namespace
 
 void RememberCommandLine(char** argv, char** envp) {
@@ -79,16 +88,15 @@ void RefreshCrashRecord() {
 
   TCrashRecord& next = records[1 - current];
   next.console = settings->interactive != 0;
-  CopyPath(next.logs[0], settings->logfails ? LogPath(settings->badlogfile, settings->cfgfile) : String());
-  CopyPath(next.logs[1], settings->verbose ? LogPath(settings->verboselogfile, settings->cfgfile) : String());
+  CopyPath(next.failures, settings->logfails ? LogPath(settings->badlogfile, settings->cfgfile) : String());
+  CopyPath(next.verbose, settings->verbose ? LogPath(settings->verboselogfile, settings->cfgfile) : String());
   CopyPath(next.tavpath, settings->tavpath);
-  CopyPath(next.pidfile, settings->interactive ? String() : settings->pidfile);
   next.zoneSeconds = local.tm_gmtoff;
   current = 1 - current;
   remembered = settings;
 }
 
-void CrashMessage(const char* text) {
+void CrashMessage(const char* text, MsgType type) {
   const TCrashRecord& record = records[current];
   timespec utc;
   clock_gettime(CLOCK_REALTIME, &utc);
@@ -110,17 +118,15 @@ void CrashMessage(const char* text) {
   char* const begin = tail - strlen("[mm/dd/yyyy hh:mm:ss]");
   char* at = PutNumber(Put(PutNumber(Put(PutNumber(Put(begin, "["), month, 2), "/"), day, 2), "/"), year, 4);
   Put(Put(Put(at, " "), clock), "]");
-  for (const char* log : record.logs) {
-    if (log[0] == '\0') continue;
-    const int fd = open(log, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, kLogFileMode);
-    if (fd < 0) continue;
-    WriteLine(fd, begin, end);
-    close(fd);
-  }
+  if (type == mtFailure) AppendLine(record.failures, begin, end);
+  AppendLine(record.verbose, begin, end);
 }
 
 void RestartFromRecord() {
   const TCrashRecord& record = records[current];
-  if (record.pidfile[0] != '\0') unlink(record.pidfile);
+  CrashMessage("Reload request received. Executing..\n", mtInfo);
+  RemovePidFile();
+  if (CanStart(record.tavpath)) GiveUpRequests(nullptr, nullptr);
   ReplaceProcess(record.tavpath, startArgv, startEnvp);
+  CrashMessage("Error: cannot start new instance\n", mtFailure);
 }

@@ -5,15 +5,17 @@
 // was prepared before, with system calls alone.
 #pragma once
 
+#include "agent/showmessage.h"
+
 // Prepares the record: the command line and environment for a new start.  Once, before the first session.
 void RememberCommandLine(char** argv, char** envp);
 // Brings the record up to date with the settings in force and the time zone; cheap when nothing has changed.  Main
 // thread, about once a second.
 void RefreshCrashRecord();
 
-// Shows a failure message as showmessage would.  Safe in a signal handler.
-void CrashMessage(const char* text);
+// Shows a message as showmessage would.  Safe in a signal handler.
+void CrashMessage(const char* text, MsgType type);
 
-// Replaces the process by a new instance: the pid file goes, signals are as they were at the start.  Returns only
-// when that failed.  Safe in a signal handler.
+// Replaces the process by a new instance, with the messages of a restart: the pid file and temporary files go.
+// Returns only when that failed.  Any thread; safe in a signal handler.
 void RestartFromRecord();

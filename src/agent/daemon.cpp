@@ -7,12 +7,51 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
+
 #include "agent/showmessage.h"
 #include "agent/signals.h"
+#include "core/writeall.h"
 
 namespace {
 
 constexpr mode_t kPidFileMode = 0644;
+constexpr size_t kLongestPath = 4096;
+
+// The pid file that this process has made; a fault reads them.
+char heldPath[kLongestPath];
+std::atomic<int> heldFile{-1};
+
+// Without /dev/null something that can neither be read nor written.
+int OpenNull(int how) {
+  const int fd = open("/dev/null", how);
+  return fd >= 0 ? fd : open("/", O_RDONLY | O_DIRECTORY);
+}
+
+// REQUIRES: the descriptors below it are open.
+void ReopenOnNull(int stream, int how) {
+  close(stream);
+  (void)OpenNull(how);  // the lowest that is free, and without need of another
+}
+
+bool Lock(int fd) {
+  struct flock lock = {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  return fcntl(fd, F_SETLK, &lock) == 0;
+}
+
+bool IsAt(const char* path, int fd) {
+  struct stat named, open;
+  if (lstat(path, &named) != 0 || fstat(fd, &open) != 0) return false;
+  return named.st_dev == open.st_dev && named.st_ino == open.st_ino;
+}
+
+bool WriteProcessId(int fd) {
+  char text[24];
+  const int length = snprintf(text, sizeof text, "%d\n", static_cast<int>(getpid()));
+  return ftruncate(fd, 0) == 0 && WriteAll(fd, text, length);
+}
 
 void CloseInherited() {
 #ifdef SYS_close_range
@@ -24,6 +63,14 @@ void CloseInherited() {
 
 }  // namespace
 
+void OpenMissingStreams() {
+  int fd;
+  do {
+    fd = OpenNull(O_RDWR);  // the lowest that is free
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) close(fd);
+}
+
 int daemon_init() {
   fflush(stdout);  // or both would print it
   const pid_t child = fork();
@@ -34,17 +81,16 @@ int daemon_init() {
     _exit(0);
   }
   setsid();
-  if (freopen("/dev/null", "r", stdin) == nullptr || freopen("/dev/null", "w", stdout) == nullptr ||
-      freopen("/dev/null", "w", stderr) == nullptr) {
-    // Without /dev/null the streams are closed, which silences them as well.
-  }
+  ReopenOnNull(STDIN_FILENO, O_RDONLY);
+  ReopenOnNull(STDOUT_FILENO, O_WRONLY);
+  ReopenOnNull(STDERR_FILENO, O_WRONLY);
   CloseInherited();
   InstallReloadHandler();
   return 0;
 }
 
 void TPidFile::createpidfile(const String& wanted) {
-  path = wanted;
+  String path(wanted);
   // Not truncated before the lock is held, and never through a link that somebody planted.
   const int how = O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | O_NOFOLLOW;
   file = TFd(open(path.CStr(), how, kPidFileMode));
@@ -59,24 +105,24 @@ void TPidFile::createpidfile(const String& wanted) {
     file.Reset();
     return;
   }
-  char text[24];
-  const int length = snprintf(text, sizeof text, "%d\n", static_cast<int>(getpid()));
-  if (ftruncate(file.Get(), 0) != 0 || write(file.Get(), text, static_cast<size_t>(length)) != length) {
-    showmessage("Failed to create pid file %s\n", kNoPeer, mtFailure, 1, path.CStr());
-    file.Reset();
-  }
+  path.StrCpy(heldPath, sizeof heldPath);
+  heldFile = file.Get();
+  if (WriteProcessId(file.Get())) return;
+  closepidfile();  // one without a process id would only mislead
+  showmessage("Failed to create pid file %s\n", kNoPeer, mtFailure, 1, path.CStr());
 }
 
 bool TPidFile::KeepLocked() {
-  if (!file.IsOpen()) return true;
-  struct flock lock = {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  return fcntl(file.Get(), F_SETLK, &lock) == 0;
+  return !file.IsOpen() || Lock(file.Get());
 }
 
 void TPidFile::closepidfile() {
-  if (!file.IsOpen()) return;
-  if (KeepLocked()) (void)unlink(path.CStr());  // else it is another instance's by now
+  RemovePidFile();
+  heldFile = -1;
   file.Reset();
+}
+
+void RemovePidFile() {
+  const int fd = heldFile;
+  if (fd >= 0 && Lock(fd) && IsAt(heldPath, fd)) (void)unlink(heldPath);
 }

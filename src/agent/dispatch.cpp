@@ -48,8 +48,7 @@ void UpgradeCode(TCall& call) {
     call.reply.SetResult(kUpgradeBusy);
     return;
   }
-  call.upgrade.expected = tavDecodeInt64(call.parameters.GetParam(1, 1));
-  if (call.upgrade.expected < kSmallestProgram || call.upgrade.expected > kLargestProgram) {
+  if (!call.upgrade.Announce(tavDecodeInt64(call.parameters.GetParam(1, 1)))) {
     // The record stays started: the servers send the file all the same and wait for the second reply.
     return Answer(call.reply, kWrongParameter, "Wrong file parameter(s)");
   }

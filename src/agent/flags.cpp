@@ -4,14 +4,14 @@
 #include <stdint.h>
 #include <unistd.h>
 
+#include "core/tempregister.h"
+
 TTAVFlags TAVFlags;
-TMutex upgrade_mutex;
-int upgradeInProgress = 0;
-String upgradeScript;
 
 namespace {
 
 std::atomic<int> wakeFd{-1};
+std::atomic<int> timesGivenUp{0};
 
 }  // namespace
 
@@ -34,4 +34,13 @@ void WakeMainLoop() {
 
 void SetWakeFd(int fd) {
   wakeFd = fd;
+}
+
+void GiveUpRequests(const char* spare1, const char* spare2) {
+  ++timesGivenUp;
+  RemoveTempFiles(spare1, spare2);
+}
+
+int TimesGivenUp() {
+  return timesGivenUp;
 }

@@ -4,8 +4,6 @@
 #include <atomic>
 
 #include "core/clock.h"
-#include "core/mutex.h"
-#include "core/zostring.h"
 
 // The words a session raises are its own until its reply is on the way; then it adds them to the global object and
 // the main thread acts on them within a second.  So the answer to "QUIT" is not lost with the process that sent it.
@@ -23,12 +21,14 @@ class TTAVFlags {
 };
 extern TTAVFlags TAVFlags;
 
-// Guards the upgrade in progress and the path of the script that finishes it.
-extern TMutex upgrade_mutex;
-extern int upgradeInProgress GUARDED_BY(upgrade_mutex);
-extern String upgradeScript GUARDED_BY(upgrade_mutex);
-
 // Makes the main thread look at the words at once.  Safe in a signal handler; does nothing before SetWakeFd.
 void WakeMainLoop();
 // The eventfd that the main thread waits on; set once, before the first session and handler.
 void SetWakeFd(int fd);
+
+// Removes the temporary files of the requests under way but these two (null: none), just before the process ends or
+// is replaced.  Should it go on in spite of that, those requests can't be answered rightly any more.  Safe in a
+// signal handler.
+void GiveUpRequests(const char* spare1, const char* spare2);
+// How often that was done: a request that has seen another figure at its beginning must not be answered.
+int TimesGivenUp();

@@ -5,7 +5,6 @@
 
 #include <errno.h>
 #include <malloc.h>
-#include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/resource.h>
@@ -17,12 +16,14 @@
 #include "agent/cmdline.h"
 #include "agent/crash.h"
 #include "agent/daemon.h"
+#include "agent/flags.h"
 #include "agent/listener.h"
 #include "agent/mainloop.h"
 #include "agent/selftest.h"
 #include "agent/showmessage.h"
 #include "agent/signals.h"
 #include "config/settings.h"
+#include "core/childwait.h"
 #include "core/filesearch.h"
 
 namespace {
@@ -33,12 +34,13 @@ constexpr int kHeaps = 2;
 constexpr int kLargeBlock = 128 * 1024;
 
 void PrepareProcess() {
+  OpenMissingStreams();
+  InstallQuietHandlers();
   mallopt(M_ARENA_MAX, kHeaps);
   mallopt(M_MMAP_THRESHOLD, kLargeBlock);
   mallopt(M_TRIM_THRESHOLD, kLargeBlock);
   setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // a service manager reads the lines as they come
   tzset();
-  signal(SIGCHLD, SIG_DFL);  // inherited as ignored it would hide how children end
   rlimit files;
   if (getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur < files.rlim_max) {
     files.rlim_cur = files.rlim_max;
@@ -100,6 +102,7 @@ void CreatePidFile(TPidFile& pidFile) {
 // Ends the process from inside: sessions may still run, and what they use, the loop's wake descriptor first, must
 // not be taken down under them.
 [[noreturn]] void End(int status) {
+  GiveUpRequests(nullptr, nullptr);
   fflush(stdout);
   _exit(status);
 }
@@ -136,6 +139,7 @@ int main(int argc, char** argv, char** envp) {
   RouteDiagnostics();
   RememberCommandLine(argv, envp);
   RefreshCrashRecord();
-  InstallFaultHandlers();
+  InstallFaultHandler();
+  AdoptChildren();
   Serve(argv, envp);
 }

@@ -18,6 +18,7 @@
 #include "agent/replace.h"
 #include "agent/showmessage.h"
 #include "agent/signals.h"
+#include "agent/upgrade.h"
 #include "config/agent_status.h"
 #include "config/settings.h"
 #include "core/process.h"
@@ -111,10 +112,8 @@ void TMainLoop::OncePerSecond() {
 bool TMainLoop::CheckFlags(int& status) {
   if (TakeCrashRestart()) {
     // Another thread may have stopped in the middle of anything: no lock, no memory, no stream.
-    CrashMessage("Reload request received. Executing..\n");
     listener.Reset();
     RestartFromRecord();
-    CrashMessage("Error: cannot start new instance\n");
   }
   if (TakeConfigReload()) {
     String ignored;  // there is nobody to tell
@@ -126,32 +125,40 @@ bool TMainLoop::CheckFlags(int& status) {
     status = 0;
     return false;
   }
-  if (TAVFlags.reload) {
-    Replace(SettingsInForce()->tavpath, "Reload request received. Executing..\n",
-            "Error: cannot start new instance\n");
-    TAVFlags.reload = 0;
-  }
-  if (TAVFlags.upgrade) {
-    String script;
-    {
-      TLock lock(upgrade_mutex);
-      script = upgradeScript;
-    }
-    Replace(script, "Upgrade request received. Executing..\n", "Error: cannot start upgrading script\n");
-    TAVFlags.upgrade = 0;
-  }
+  if (TAVFlags.reload) Reload();
+  if (TAVFlags.upgrade) HandOver();
   return true;
 }
 
+void TMainLoop::Reload() {
+  showmessage("Reload request received. Executing..\n", kNoPeer, mtInfo, 0);
+  String program(SettingsInForce()->tavpath);
+  TAVFlags.reload = 0;  // from here on it may be asked for again
+  // The files of requests under way have to go first: there is no knowing that a replacement will succeed, and no
+  // doing anything after it has.
+  if (CanStart(program.CStr())) GiveUpRequests(nullptr, nullptr);
+  Replace(program.CStr());
+  showmessage("Error: cannot start new instance\n", kNoPeer, mtFailure, 0);
+}
+
+void TMainLoop::HandOver() {
+  showmessage("Upgrade request received. Executing..\n", kNoPeer, mtInfo, 0);
+  TAVFlags.upgrade = 0;
+  const char *script, *program;
+  if (UpgradeScript(script, program)) {
+    if (CanStart(script)) GiveUpRequests(script, program);
+    Replace(script);
+  }
+  AbandonUpgrade();
+  showmessage("Error: cannot start upgrading script\n", kNoPeer, mtFailure, 0);
+}
+
 // Returns only when it failed; the port stays closed then.
-void TMainLoop::Replace(const String& path, const char* announcement, const char* failure) {
-  showmessage("%s", kNoPeer, mtInfo, 1, announcement);
+void TMainLoop::Replace(const char* path) {
   listener.Reset();
   pidFile.closepidfile();
   fflush(stdout);
-  String program(path);
-  ReplaceProcess(program.CStr(), argv, envp);
-  showmessage("%s", kNoPeer, mtFailure, 1, failure);
+  ReplaceProcess(path, argv, envp);
 }
 
 // Moves the listener to a changed port.  Who is connected, or comes to the old port, is served meanwhile.

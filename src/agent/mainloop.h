@@ -24,7 +24,9 @@ class TMainLoop {
   };
 
   bool CheckFlags(int& status);
-  void Replace(const String& path, const char* announcement, const char* failure);
+  void Reload();
+  void HandOver();
+  void Replace(const char* path);
   bool CheckPort(int& status);
   bool FallBack(int& status);
   void WatchListener(bool watched);

@@ -90,8 +90,8 @@ String ResultCode(const TAVReply& reply) {
 // Takes the new program from the connection; true when there is something to answer.
 bool ReceiveUpgrade(int fd, UpgradeRec& record, String& error) {
   const auto buffer = std::make_unique<char[]>(kTransferBuffer);
-  while (record.active) {
-    const int n = Receive(fd, buffer.get(), NextUpgradeRead(record, kTransferBuffer));
+  while (record.Active()) {
+    const int n = Receive(fd, buffer.get(), record.NextRead(kTransferBuffer));
     if (n <= 0) return false;
     (void)DoUpgrading(record, buffer.get(), n, error);  // the error text tells the same
   }
@@ -99,7 +99,8 @@ bool ReceiveUpgrade(int fd, UpgradeRec& record, String& error) {
 }
 
 // One request, answered; false when there is nobody to answer.
-bool Serve(TConnection& connection) {
+bool Serve(TConnection& connection, UpgradeRec& upgrade) {
+  const int givenUp = TimesGivenUp();
   BVRequest request(std::move(connection.packet));
   if (!request.ParseInitRequest(*PasswordInForce(), connection.peer)) {
     showmessage("<-- Invalid BV request received\n", connection.peer, mtInfo, 0);
@@ -108,7 +109,6 @@ bool Serve(TConnection& connection) {
   showmessage("<-- Correct BV request received\n", connection.peer, mtInfo, 0);
 
   TAVReply reply;
-  UpgradeRec upgrade;
   TTAVFlags raised;
   const int fd = connection.socket.Get();
   reply.InitPacket(nullptr, request);
@@ -116,9 +116,10 @@ bool Serve(TConnection& connection) {
   showmessage(known ? "--> request processed (%s)\n" : "--> request rejected or operation failed (%s)\n",
               connection.peer, mtInfo, 1, ResultCode(reply).CStr());
   reply.FinalizePacket();
-  bool sent = SendAll(fd, reply.Text());
+  if (givenUp != TimesGivenUp()) return false;
+  const bool sent = SendAll(fd, reply.Text());
   TAVFlags.Raise(raised);
-  if (!upgrade.active) return sent;
+  if (!upgrade.Active()) return sent;
 
   String error;
   if (!ReceiveUpgrade(fd, upgrade, error)) return false;
@@ -143,23 +144,21 @@ void EndSession(TFd& socket) {
   (void)shutdown(socket.Get(), SHUT_RDWR);  // the peer may have gone first
   socket.Reset();
   AgentStatus.ActiveConnections.fetch_sub(1);
-
-  // Not before the connection is closed: the new program must not begin while the old one still answers.
-  TTAVFlags raised;
-  {
-    TLock lock(upgrade_mutex);
-    raised.upgrade = upgradeScript.Length() > 0;
-  }
-  TAVFlags.Raise(raised);
 }
 
 void ClientExecute(TConnection& connection) {
+  UpgradeRec upgrade;
   try {
-    if (Serve(connection)) Drain(connection.socket.Get());
+    if (Serve(connection, upgrade)) Drain(connection.socket.Get());
   } catch (const std::bad_alloc&) {
     // Out of memory: this session goes without an answer, the agent goes on.
   }
   EndSession(connection.socket);
+
+  // Not before the connection is closed: the new program must not begin while the old one still answers.
+  TTAVFlags raised;
+  raised.upgrade = upgrade.Ready();
+  TAVFlags.Raise(raised);
 }
 
 int NextReadSize(long long missing, int room) {

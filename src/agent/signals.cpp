@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <initializer_list>
 
 #include "agent/crash.h"
 #include "agent/flags.h"
@@ -13,9 +14,19 @@ namespace {
 
 // A fault sooner than this after the start ends the process: it would only come again.
 constexpr long long kSecondsBeforeRestart = 181;
+// The main thread takes less, unless it waits for a lock that the broken thread holds.
+constexpr long long kGraceUs = 1000 * 1000;
 
 std::atomic<int> configReload{0};
 std::atomic<int> crashRestart{0};
+std::atomic<int> restarting{0};
+
+void Catch(int signal, void (*handler)(int)) {
+  struct sigaction action = {};
+  action.sa_handler = handler;
+  action.sa_flags = SA_RESTART;
+  sigaction(signal, &action, nullptr);
+}
 
 void reloadcfg(int) {
   configReload = 1;
@@ -27,36 +38,44 @@ bool OnMainThread() {
 }
 
 void reloadapp(int, siginfo_t* info, void*) {
-  signal(SIGSEGV, SIG_DFL);
-  CrashMessage("Segmentation fault!!\n");
-  if (MonotonicSeconds() - TAVFlags.startTime < kSecondsBeforeRestart) return;
-  CrashMessage("Restarting..\n");
-  signal(SIGSEGV, SIG_IGN);
+  const bool sent = info->si_code <= 0;  // by somebody: nothing is broken
+  if (restarting && sent) return;
+  const bool early = MonotonicSeconds() - TAVFlags.startTime < kSecondsBeforeRestart;
+  if (early) signal(SIGSEGV, SIG_DFL);
+  CrashMessage("Segmentation fault!!\n", mtFailure);
+  if (early) return;
+  CrashMessage("Restarting..\n", mtFailure);
+  restarting = 1;
   crashRestart = 1;
   WakeMainLoop();
-  if (info->si_code <= 0) return;  // sent by somebody: nothing is broken
+  if (sent) return;
 
   // Returning to the broken instruction would end the process before the main thread can start it anew.
-  if (OnMainThread()) RestartFromRecord();
+  if (!OnMainThread()) SleepUs(kGraceUs);
+  if (TakeCrashRestart()) {
+    RestartFromRecord();
+    signal(SIGSEGV, SIG_DFL);  // neither served nor started anew, it ends, for whoever watches it to see
+    return;
+  }
   for (;;) pause();
 }
 
 }  // namespace
 
-void InstallReloadHandler() {
-  struct sigaction action = {};
-  action.sa_handler = reloadcfg;
-  action.sa_flags = SA_RESTART;
-  sigaction(SIGHUP, &action, nullptr);
+void InstallQuietHandlers() {
+  for (const int quiet : {SIGPIPE, SIGXFSZ}) Catch(quiet, [](int) {});
+  signal(SIGCHLD, SIG_DFL);
 }
 
-void InstallFaultHandlers() {
+void InstallReloadHandler() {
+  Catch(SIGHUP, reloadcfg);
+}
+
+void InstallFaultHandler() {
   struct sigaction action = {};
   action.sa_sigaction = reloadapp;
   action.sa_flags = SA_SIGINFO | SA_RESTART;
   sigaction(SIGSEGV, &action, nullptr);
-  signal(SIGPIPE, SIG_IGN);
-  signal(SIGXFSZ, SIG_IGN);  // a file at its size limit fails the write, as a full disk does
 }
 
 bool TakeConfigReload() {

@@ -1,45 +1,60 @@
 // Replacement of the agent's own program over a request's connection.
 //
-//   idle -> requested -> receiving (file open) -> digest checked -> script ready -> [session ends] -> process
-//   replaced
+//   idle -> requested -> receiving -> digest checked -> script ready -> [session ends] -> process replaced
 //
-// One upgrade at a time in the whole agent.  Every failure leads back to idle with the files deleted.
+// One upgrade at a time in the whole agent, from the request until the process is replaced or it is known that it
+// will not be: the script that is ready copies a file of a fixed name, which a second transfer would empty.  Every
+// failure leads back to idle with the files deleted.
 #pragma once
 
-#include "core/closers.h"
+#include <memory>
+
 #include "core/zostring.h"
-#include "protocol/md5.h"
 
-inline constexpr long long kSmallestProgram = 101;
-inline constexpr long long kLargestProgram = 0x9FFFFF;
-
-// One session's part in an upgrade.  Going away it gives up an upgrade that it still holds: a connection that ends
-// early leaves neither a file nor a lock behind.
+// One session's part in an upgrade: a transfer that is fed with bytes and says how many it wants next.  Going away
+// it gives up what is not complete: a connection that ends early leaves neither a file nor a lock behind.
 class UpgradeRec {
  public:
-  UpgradeRec() = default;
+  UpgradeRec();
   UpgradeRec(const UpgradeRec&) = delete;
   UpgradeRec& operator=(const UpgradeRec&) = delete;
   ~UpgradeRec();
 
-  // False when an upgrade is in progress anywhere in the agent.
+  // Begins an upgrade; `key` opens the digest at the end.  False when one is in progress anywhere in the agent.
   bool RequestUpgrade(const String& key);
+  // Takes the size of the new program in bytes.  False when no program can be so small or so large; the transfer
+  // goes on all the same.
+  bool Announce(long long bytes);
   void ClearanceUpgrade();
 
-  bool active = false;
-  long long expected = 0;  // bytes of the new program
-  long long received = 0;  // bytes of it written so far
-  TFd file;
-  String path;  // empty until the transfer starts
-  MD5Context digest;
-  String sessionKey;  // opens the digest at the end
+  // True while bytes are awaited.
+  bool Active() const { return transfer != nullptr; }
+  // How many bytes one receive call may take now without crossing the end of the file by more than one chunk: the
+  // digest has to lie in one chunk.  REQUIRES: Active().
+  int NextRead(int room) const;
+  // True when the process is to be handed over once this session has ended.
+  bool Ready() const { return completed; }
+
+  struct TTransfer;
+
+ private:
+  friend bool DoUpgrading(UpgradeRec& record, const char* data, int length, String& error);
+  bool Finish(const char* data, int length, String& error);
+  bool Fail(String& error, const char* text);
+  void MakeReady();
+
+  std::unique_ptr<TTransfer> transfer;
+  bool completed = false;
 };
 
 // Takes the next received bytes; called once without any when the command is accepted.  While the transfer runs it
 // returns true with the record active; when it has ended the record is no longer active, and the result is true
-// (the script is ready) or false with the reason in `error`.
+// (the script is ready) or false with the reason in `error`.  A script can be ready with an `error` as well.
 bool DoUpgrading(UpgradeRec& record, const char* data, int length, String& error);
 
-// How many bytes one receive call may take now without crossing the end of the file by more than one chunk: the
-// digest has to lie in one chunk.
-int NextUpgradeRead(const UpgradeRec& record, int room);
+// What the main thread needs for the hand-over: the script to run in this process's place ("" when it is not ours
+// any more) and the file that it installs; both texts last until AbandonUpgrade().  False when that file is not the
+// received one any more: the script would remove the agent and have nothing right to put in its place.
+bool UpgradeScript(const char*& script, const char*& program);
+// The upgrade that is ready is over: it was not handed over.
+void AbandonUpgrade();
