@@ -61,7 +61,7 @@ int gettempfilename(char* buf, int len, const char* name) {
   if (buf == nullptr || len < kRoomForName) return 0;
   String dir;
   if (!TempDirectory(dir)) dir = ".";
-  dir += '/';
+  dir = SafeTempFolder(dir) + '/';
   dir.SetZero();
   if (strlen(dir.Data()) > static_cast<size_t>(len - kRoomForName)) return Refuse(buf);
 

@@ -15,11 +15,12 @@ extern int filenumber GUARDED_BY(fidmutex);  // numbers the temporary files, 1 t
 // this process share it, so it serves in file names and nowhere else.
 int GetUniqueThreadID();
 
-// Fills `buf` of `len` bytes with a path in the temporary directory ("./" when none is set); makes no file.
-// With `name` the path is the directory and that name, cut at the buffer's end.  With null it is a name of this
-// thread that no regular file bears; up to 2000 numbers are tried.
-// Returns 1; or 0 and an empty buffer when the room is short or every number is taken.  A null `buf` or a `len`
-// below 16 gives 0 and leaves `buf` alone.
+// Fills `buf` of `len` bytes with a path in the temporary directory ("./" when none is set); makes no file.  Where
+// others can write too it lies in a folder of our own there (SafeTempFolder): a path right in the directory would
+// be theirs to block. With `name` the path is the directory and that name, cut at the buffer's end.  With null it
+// is a name of this thread that no regular file bears; up to 2000 numbers are tried. Returns 1; or 0 and an empty
+// buffer when the room is short or every number is taken.  A null `buf` or a `len` below 16 gives 0 and leaves
+// `buf` alone.
 int gettempfilename(char* buf, int len, const char* name);
 
 // Makes a new, empty file of this user's at `path` with exactly the bits of `mode`, whatever the umask.  What bears

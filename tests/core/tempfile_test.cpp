@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <functional>
 #include <thread>
 #include <vector>
 
@@ -56,6 +57,45 @@ TEST_F(TempFile, PrivateFilesAreNeverWhatWasPlanted) {
               (chown(path.c_str(), 65534, 65534) == 0 && !OpenPrivateFile(path.c_str()).IsOpen()));
   unlink(path.c_str());
   EXPECT_NE(0, unlink(victim.c_str())) << "the link was followed";
+}
+
+TEST_F(TempFile, FoldersThatOthersMayWriteGetOneOfOurOwn) {
+  const std::string own = In("tav-" + std::to_string(geteuid()));
+  const auto used = [] {
+    char name[512];
+    return gettempfilename(name, sizeof(name), "x") ? std::string(name, strlen(name) - 2) : "";
+  };
+  EXPECT_EQ(folder, used());
+  for (const mode_t mode : {0777, 01777, 0720, 0702}) {
+    ASSERT_EQ(0, chmod(folder, mode));
+    struct stat made;
+    EXPECT_TRUE(used() == own && lstat(own.c_str(), &made) == 0 && made.st_mode == (S_IFDIR | 0700)) << mode;
+    EXPECT_EQ(own, used()) << "the one that is there";
+    EXPECT_EQ(0, rmdir(own.c_str())) << "as one who cleans up does";
+  }
+  const std::string victim = In("victim");
+  const std::function<int()> plants[] = {
+      [&] { return mkdir(victim.c_str(), 0700) + symlink(victim.c_str(), own.c_str()); },
+      [&] { return rmdir(victim.c_str()) + unlink(own.c_str()) + mkdir(own.c_str(), 0750); },
+      [&] { return chmod(own.c_str(), 0700) + (geteuid() == 0 ? chown(own.c_str(), 65534, 65534) : 0); },
+  };
+  for (const auto& plant : plants) {
+    EXPECT_EQ(0, plant());
+    if (geteuid() != 0 && &plant == &plants[2]) break;
+    const std::string other = used();
+    EXPECT_TRUE(other.size() == own.size() + 7 && other.rfind(own + "-", 0) == 0) << other;
+    EXPECT_EQ(other, used());
+    EXPECT_EQ(0, rmdir(other.c_str()));
+  }
+  rmdir(own.c_str());
+
+  if (geteuid() != 0) return;
+  ASSERT_TRUE(chmod(folder, 0755) == 0 && chown(folder, 65533, 65533) == 0);
+  EXPECT_EQ(own, used()) << "its owner may write";
+  rmdir(own.c_str());
+  ASSERT_EQ(0, seteuid(65534));
+  EXPECT_FALSE(CreatePrivateFile((used() + "/x").c_str(), 0600, O_WRONLY).IsOpen());
+  ASSERT_EQ(0, seteuid(0));
 }
 
 TEST_F(TempFile, RegisteredOnesDoNotOutliveTheProcess) {
