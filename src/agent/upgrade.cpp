@@ -54,13 +54,13 @@ constexpr const char* kScript[] = {
 String ProgramPath() {
   String folder;
   (void)TempDirectory(folder);  // none: empty, which becomes "/"
-  return IncludeTrailingPathDelimiter(folder) + "tav__.upd";
+  return IncludeTrailingPathDelimiter(SafeTempFolder(folder)) + "tav__.upd";
 }
 
 String ScriptPath() {
   String folder;
   (void)TempDirectory(folder);
-  return folder.Copy(1, kLongestScriptFolder) + "/tavupd__.sh";
+  return SafeTempFolder(folder).Copy(1, kLongestScriptFolder) + "/tavupd__.sh";
 }
 
 // A file that is made here and kept open, so that it can be told from another of its name.  It is removed with the

@@ -23,7 +23,8 @@ struct TGarden : Agent {
     if (what == "symlink") fs::create_symlink(At("@/victim"), path);
     if (what == "hard link") fs::create_hard_link(At("@/victim"), path);
     if (what == "pipe") mkfifo(path.c_str(), 0666);
-    if (what == "folder") fs::create_directory(path);
+    if (what.find("folder") != std::string::npos) fs::create_directory(path);
+    if (what == "their folder") (void)!chown(path.c_str(), 65534, 65534);
   }
   static bool Stands(const std::string& path) {
     const auto type = fs::symlink_status(path).type();
@@ -88,6 +89,14 @@ TEST(Files, PlantedAtGuessableNamesAreNeitherFollowedNorAnObstacle) {
   EXPECT_TRUE(agent.TempFolderIsEmpty());
 }
 
+// Replaces the agent by a script that writes its arguments into the file "args"; the last reply.
+std::string Upgrade(const Agent& agent) {
+  std::string reply, file = "#!/bin/sh\necho $* >args\n#" + std::string(200, '#');
+  const Socket socket = Open(agent, "UpgradeCode\r\n" + std::to_string(file.size()) + "\r\n", reply);
+  socket.Send(file + Cipher(Direction::kSeal, Md5(file), "session"));
+  return ReadReply(socket, "session");
+}
+
 // Cure: the upgrade's script is made anew, and the pid file is opened through no link and only as a plain file.
 TEST(Files, PlantedAtTheUpgradeScriptAndThePidFile) {
   for (const std::string what : kPlants) {
@@ -96,17 +105,35 @@ TEST(Files, PlantedAtTheUpgradeScriptAndThePidFile) {
     for (const char* path : {"@/its.pid", "@/tmp/tavupd__.sh"}) agent.Plant(what, agent.At(path));
     agent.Start("tavpath=@/old\npidfile=@/its.pid\nverboselogfile=verbose.log\n", {"-d", "-v"});
     EXPECT_NE(std::string::npos, agent.Read("log2.txt").find("Failed to create pid file " + agent.At("@/its.pid")));
-    std::string reply, file = "#!/bin/sh\necho $* >args\n#" + std::string(200, '#');
-    {
-      const Socket socket = Open(agent, "UpgradeCode\r\n" + std::to_string(file.size()) + "\r\n", reply);
-      socket.Send(file + Cipher(Direction::kSeal, Md5(file), "session"));
-      reply = ReadReply(socket, "session");
-    }
+    const std::string reply = Upgrade(agent);
     const bool refused = what == "folder";
     EXPECT_EQ(refused ? "300\nBinary code transferred. Cannot create script file" : "200", reply);
     const std::string want = refused ? "" : agent.At("-d -v @/tav.cfg\n");
     EXPECT_TRUE(WaitFor([&] { return agent.Read("args") == want; })) << what;
     agent.ExpectUntouched(what);
+  }
+}
+
+// Cure: where others can write the temporary files lie in a folder of the agent's own, whose name may be taken.
+TEST(Files, PlantedInASharedTemporaryFolderBlockNothing) {
+  for (const std::string what : {"", "symlink", "pipe", "folder", "their folder"}) {
+    TGarden agent;
+    const std::string own = agent.At("@/open/tav-") + std::to_string(geteuid());
+    fs::create_directory(agent.At("@/open"));
+    fs::permissions(agent.At("@/open"), fs::perms::all);
+    agent.Write("old", "the program before");
+    agent.Write("helper", "#!/bin/sh\necho 7\n");
+    for (const char* name : {"@/open/tav__.upd", "@/open/tavupd__.sh"}) fs::create_directory(agent.At(name));
+    agent.Plant(what, own);
+    agent.Start("tavpath=@/old\ntmpdir=@/open\nproccntscript=@/helper\nproclistscript=@/helper\n");
+    agent.Expect("TEST-ShellScript|sh %script%|echo $TMPDIR $0||0|0",
+                 "~200|@/open @/open/tav-[0-9]+" + std::string(what == "" ? "" : "-[^/]{6}") + "/tmp-.*|");
+    agent.ExpectRows("", R"(TEST-Process||x => 200|7 ; GetProcessesList => 200|7%0D%0A7%0D%0A
+      TEST-ExternalPrg|/no/such|||0 => 301|exec error: No such file or directory)");
+    EXPECT_EQ("200", Upgrade(agent)) << what;
+    EXPECT_TRUE(WaitFor([&] { return agent.Read("args") == agent.At("-i @/tav.cfg\n"); })) << what;
+    agent.ExpectUntouched(what);
+    EXPECT_TRUE(what != "folder" || fs::is_empty(own)) << what;
   }
 }
 
