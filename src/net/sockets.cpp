@@ -76,6 +76,25 @@ int ConnectSocket(int fd, const sockaddr_in& target, int timeoutMs, String& erro
   return AwaitConnect(fd, timeoutMs == 0 ? INT_MAX : timeoutMs, error);  // the system itself gives up long before
 }
 
+// Sends what there is to send and receives when something is wanted.  Who takes only part of the data may have
+// answered all the same; that is looked for at once, and the data count as sent.
+int Exchange(int fd, int timeoutMs, const char* sendBuffer, char* receiveBuffer, int sendLength, int receiveSize,
+             String& error) {
+  int sent = 0;
+  if (sendLength > 0) {
+    const TDeadline deadline = timeoutMs == 0 ? TDeadline::Never() : TDeadline(timeoutMs);
+    sent = SendWithin(fd, sendBuffer, sendLength, deadline, receiveSize > 0);
+    if (sent < 0) return SystemFailure(kNetNotSent, error);
+  }
+  if (receiveSize < 1) return kNetDone;
+  const bool cutShort = sent < sendLength;
+  const bool reset = cutShort && errno == ECONNRESET;
+  const int received = ReceiveOnce(fd, receiveBuffer, receiveSize, cutShort ? 0 : timeoutMs, error);
+  // The system tells of a reset once: after the sending has met it, a socket reads as if it had been closed.
+  if (reset && received == 0) return SystemFailure(kNetNotReceived, error);
+  return received;
+}
+
 }  // namespace
 
 int TcpListen(const char* host, int port, socklen_t& addressLength, String& error) {
@@ -147,12 +166,7 @@ int SendReceiveTCPPacket(const char* host, int port, int timeoutMs, const char* 
   const int connected = PerformConnect(socket, host, port, timeoutMs, error);
   if (connected != kNetDone) return connected;
 
-  const int sent = sendLength > 0 ? SendWithin(socket.Get(), sendBuffer, sendLength, timeoutMs) : 0;
-  // Who takes only part of the data may have answered all the same; that is looked for when an answer is wanted.
-  const bool cutShort = sendLength > 0 && sent < sendLength;
-  if (sent < 0 || (cutShort && receiveSize < 1)) return SystemFailure(kNetNotSent, error);
-  if (receiveSize < 1) return connected;
-  return ReceiveOnce(socket.Get(), receiveBuffer, receiveSize, cutShort ? 0 : timeoutMs, error);
+  return Exchange(socket.Get(), timeoutMs, sendBuffer, receiveBuffer, sendLength, receiveSize, error);
 }
 
 int SendReceiveUDPPacket(const char* host, int port, int timeoutSeconds, const char* sendBuffer,

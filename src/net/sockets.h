@@ -3,7 +3,7 @@
 // Each call works on sockets of its own, closes what it does not hand over and may run on any number of threads at
 // once.  `error` is emptied first and says why when a call fails; the codes are those of netresults.h.  Time-outs
 // do not count the name lookup.  A negative one is no time at all: a connect with it fails, a wait times out at
-// once.
+// once.  Waits end early, with whatever result, when the requester of the thread has gone (core/requester.h).
 #pragma once
 
 #include <sys/socket.h>
@@ -26,8 +26,10 @@ int PerformConnect(TFd& socket, const char* host, int port, int timeoutMs, Strin
 int TCPConnect(const char* host, int port, int timeoutMs, String& error);
 
 // Connects, sends when sendLength > 0, receives once when receiveSize > 0; the time-out counts for each of the
-// three. Returns the bytes received (0 with an empty text: the peer closed without a word), kNetDone when nothing
-// was to be received, or a code.
+// three.  Data that the peer does not take in that time count as sent once a byte has gone out; an answer that
+// comes before the peer has taken them all ends the sending.  Returns the bytes received (0 with an empty text: the
+// peer closed without a word), kNetDone when nothing was to be received, or a code.  With a time-out of 0 the
+// sending takes its own time, and only an answer that is there already is received.
 int SendReceiveTCPPacket(const char* host, int port, int timeoutMs, const char* sendBuffer, char* receiveBuffer,
                          int sendLength, int receiveSize, String& error);
 

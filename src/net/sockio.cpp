@@ -10,6 +10,13 @@
 #include <algorithm>
 
 #include "core/clock.h"
+#include "core/requester.h"
+
+TDeadline TDeadline::Never() {
+  TDeadline never;
+  never.endUs = LLONG_MAX;
+  return never;
+}
 
 TDeadline::TDeadline(long long timeoutMs) : endUs(timeoutMs < 0 ? -1 : MonotonicUs() + timeoutMs * 1000) {}
 
@@ -21,9 +28,9 @@ int TDeadline::LeftMs() const {
 int WaitReady(int fd, short events, const TDeadline& deadline) {
   if (fd < 0 || !deadline.IsValid()) return -1;
   for (;;) {
-    pollfd entry = {fd, events, 0};
-    const int n = poll(&entry, 1, deadline.LeftMs());
-    if (n > 0) return (entry.revents & POLLNVAL) != 0 ? -1 : 1;
+    pollfd entries[2] = {{fd, events, 0}, {RequesterFd(), 0, 0}};
+    const int n = poll(entries, 2, deadline.LeftMs());
+    if (n > 0) return entries[1].revents != 0 || (entries[0].revents & POLLNVAL) != 0 ? -1 : 1;
     if (n < 0 && errno != EINTR) return -1;
     if (n == 0 && deadline.LeftMs() == 0) return 0;
   }
@@ -35,17 +42,26 @@ TFd OpenSocket(int type) {
   return fresh;
 }
 
-int SendWithin(int fd, const char* data, int length, long long timeoutMs) {
-  const TDeadline deadline(timeoutMs);
+int SendWithin(int fd, const char* data, int length, const TDeadline& deadline, bool untilAnswer) {
   int sent = 0;
   while (sent < length) {
-    const ssize_t n = send(fd, data + sent, static_cast<size_t>(length - sent), MSG_NOSIGNAL);
+    const short answer = untilAnswer && sent > 0 ? POLLIN : 0;
+    if (answer != 0 && WaitReady(fd, answer, TDeadline(0)) == 1) {
+      errno = 0;
+      break;
+    }
+    // Even a blocking socket must not hold the thread: only the wait below knows when to end.
+    const ssize_t n = send(fd, data + sent, static_cast<size_t>(length - sent), MSG_NOSIGNAL | MSG_DONTWAIT);
     if (n >= 0) {
       sent += static_cast<int>(n);
       continue;
     }
     if (errno == EINTR) continue;
-    if (errno != EAGAIN || WaitReady(fd, POLLOUT, deadline) != 1) break;
+    if (errno != EAGAIN) break;
+    if (WaitReady(fd, static_cast<short>(POLLOUT | answer), deadline) != 1) {
+      errno = 0;
+      break;
+    }
   }
   return sent > 0 ? sent : -1;
 }

@@ -1,7 +1,8 @@
 // The building blocks of every exchange: a deadline, a wait, opening a socket, sending, receiving once.
 //
 // A descriptor belongs to one thread at a time.  All calls start again after a signal, with the time that is left;
-// none raises SIGPIPE; descriptors of any number will do.
+// none raises SIGPIPE; descriptors of any number will do.  Every wait ends when the requester of the thread has
+// gone (core/requester.h).
 #pragma once
 
 #include "core/closers.h"
@@ -13,26 +14,30 @@
 class TDeadline {
  public:
   explicit TDeadline(long long timeoutMs);
+  static TDeadline Never();
 
   bool IsValid() const { return endUs >= 0; }
   // Milliseconds for poll, rounded up; 0 when the time has come.
   int LeftMs() const;
 
  private:
-  long long endUs;
+  TDeadline() = default;
+
+  long long endUs = 0;
 };
 
 // Waits for one of poll's `events`.  1: something is ready, an error to be fetched included; 0: the time has come;
-// -1: the descriptor or the deadline is no good.
+// -1: the descriptor or the deadline is no good, or the requester has gone.
 int WaitReady(int fd, short events, const TDeadline& deadline);
 
 // A close-on-exec IPv4 socket of the type SOCK_STREAM or SOCK_DGRAM; never descriptor 0, which callers take for a
 // failure.
 TFd OpenSocket(int type);
 
-// Sends all of the bytes.  A socket that takes only some of them is waited for, `timeoutMs` in all; a blocking one
-// takes its own time.  Returns how many went out, or -1 with errno when none did.
-int SendWithin(int fd, const char* data, int length, long long timeoutMs);
+// Sends all of the bytes; a socket that takes only some of them is waited for.  With `untilAnswer` it stops once
+// there is something to read: who answers has heard enough.  Returns how many went out, with errno saying why they
+// are not all (0: the time or an answer has come), or -1 with errno when none did.
+int SendWithin(int fd, const char* data, int length, const TDeadline& deadline, bool untilAnswer);
 
 // Receives once, at most `size` bytes.  Returns the count (0: an empty datagram, or the peer has closed),
 // kNetTimeout with its text or kNetNotReceived.  Leaves `error` alone when it succeeds.

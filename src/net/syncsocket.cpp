@@ -47,7 +47,7 @@ bool TSyncSocket::Connected() const {
 int TSyncSocket::SendBuf(const char* data, int length, int /*timeoutMs*/) {
   error = "";
   if (length < 1) return 0;
-  const int sent = SendWithin(socket.Get(), data, length, 0);
+  const int sent = SendWithin(socket.Get(), data, length, TDeadline::Never(), false);
   if (sent > 0) return sent;
   error = GetErrorStr(errno);
   return kNetNotSent;

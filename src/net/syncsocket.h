@@ -21,8 +21,8 @@ class TSyncSocket {
   // Looks at the socket for up to 5 milliseconds; false without a socket or when that look fails.  A peer that has
   // gone shows only when data are sent or received.
   bool Connected() const;
-  // Returns the number of bytes sent, 0 when there were none to send, or kNetNotSent.  Blocks as the socket does:
-  // the time-out is not used.
+  // Returns the number of bytes sent, 0 when there were none to send, or kNetNotSent.  Takes as long as the peer
+  // does to take them: the time-out is not used.
   int SendBuf(const char* data, int length, int timeoutMs);
   int SendString(const String& text, int timeoutMs);
   // Waits for data and receives once, at most 20480 bytes.  Returns their number (0 with an empty error: the peer
