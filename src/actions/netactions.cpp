@@ -1,8 +1,7 @@
 #include "actions/netactions.h"
 
-
 #include "config/settings.h"
-#include "core/clock.h"
+#include "core/requester.h"
 #include "net/syncsocket.h"
 #include "net/syslogsender.h"
 #include "protocol/results.h"
@@ -62,7 +61,7 @@ void ProcessAct_TCPSend(const BVRequest& request, TAVReply& reply) {
   }
   if (socket.SendString(order.first, 0) <= 0) return Answer(reply, kNotExamined, socket.Error());
   if (order.second.Length() > 0) {
-    SleepUs(order.delaySeconds * 1000000LL);
+    if (!SleepUnlessGone(order.delaySeconds * 1000000LL)) return;
     (void)socket.SendString(order.second, 0);  // the answer speaks of the first data
   }
   Answer(reply, kDone, "Data has been sent");

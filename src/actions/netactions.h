@@ -1,7 +1,7 @@
 // Actions that send something from this machine: data to a TCP or UDP port, a message to a syslog server.
 //
 // Each handler runs on its session's thread and blocks it for as long as the lookup, the connect and the sending
-// take, and for the delay that the request asks for.
+// take, and for the delay that the request asks for.  When the requester has gone meanwhile, it does no more.
 #pragma once
 
 #include "protocol/bvrequest.h"

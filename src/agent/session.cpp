@@ -14,6 +14,7 @@
 #include "agent/upgrade.h"
 #include "config/agent_status.h"
 #include "config/settings.h"
+#include "core/requester.h"
 #include "protocol/bvrequest.h"
 #include "protocol/results.h"
 #include "protocol/tavreply.h"
@@ -112,6 +113,7 @@ bool Serve(TConnection& connection, UpgradeRec& upgrade) {
   TTAVFlags raised;
   const int fd = connection.socket.Get();
   reply.InitPacket(nullptr, request);
+  const TRequester requester(fd);
   const bool known = ProcessBVRequest(request, reply, raised, ThreadParams{fd, connection.peer}, upgrade);
   showmessage(known ? "--> request processed (%s)\n" : "--> request rejected or operation failed (%s)\n",
               connection.peer, mtInfo, 1, ResultCode(reply).CStr());

@@ -4,6 +4,7 @@
 
 #include "config/settings.h"
 #include "core/clock.h"
+#include "core/requester.h"
 #include "net/sockets.h"
 #include "protocol/results.h"
 #include "protocol/tav_const.h"
@@ -96,7 +97,7 @@ void ProcessTest_UDP(const BVRequest& request, TAVReply& reply) {
   TProbe probe;
   if (!ReadUDPProbe(request, probe)) return Answer(reply, kWrongParameter, "Wrong parameter");
   TOutcome outcome;
-  for (int attempt = 0; attempt < probe.attempts && outcome.result <= 0; ++attempt) {
+  for (int attempt = 0; attempt < probe.attempts && outcome.result <= 0 && !RequesterGone(); ++attempt) {
     outcome = Try(SendReceiveUDPPacket, probe);
   }
   Report(outcome, reply);

@@ -1,8 +1,8 @@
 // Probes of other hosts' TCP and UDP services, as seen from this machine.
 //
-// Each handler runs on its session's thread and blocks it for as long as the lookup and the probe take.  Success
-// answers "200", the milliseconds taken and the bytes received; failure "301", the error text and the code of
-// net/netresults.h.
+// Each handler runs on its session's thread and blocks it for as long as the lookup and the probe take, or until
+// the requester has gone.  Success answers "200", the milliseconds taken and the bytes received; failure "301", the
+// error text and the code of net/netresults.h.
 #pragma once
 
 #include "protocol/bvrequest.h"
