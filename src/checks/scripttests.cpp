@@ -16,6 +16,7 @@
 #include "core/closers.h"
 #include "core/paths.h"
 #include "core/process.h"
+#include "core/requester.h"
 #include "core/tempfile.h"
 #include "core/tempregister.h"
 #include "core/writeall.h"
@@ -207,7 +208,7 @@ void ProcessTest_CPU(const BVRequest&, TAVReply& reply) {
   TTempFile output;
   if (!TakeThreadName(output, "tmpCtav-%ld.txt")) return Answer(reply, kNotExamined, "cannot get temp file");
 
-  SleepUs(settings->delayforscripts);
+  if (!SleepUnlessGone(settings->delayforscripts)) return;
   int exitcode = 0;  // of no interest
   String error;
   if (!SystemEx2(script.CStr(), nullptr, output.path, output.path, output.path, kCpuTimeoutMs, exitcode, error)) {
@@ -278,7 +279,7 @@ void ProcessTest_ShellScript(const BVRequest& request, TAVReply& reply) {
   String params = tavDecodeStrings(request.GetParam(3, 1)), error;
   String cmdline = request.GetParam(1, 1).ReplaceAll("%script%", script.path, 0);
   cmdline = cmdline.ReplaceAll("%params%", params.CStr(), 0);
-  SleepUs(settings->delayforscripts);
+  if (!SleepUnlessGone(settings->delayforscripts)) return;
   WaitUntilNobodyWrites(script.path);
 
   const int timeoutMs = SecondsToMs(tavDecodeInt(request.GetParam(4, 1)));
