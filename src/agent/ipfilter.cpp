@@ -25,6 +25,20 @@ in_addr_t ParseAddress(String text, String& error) {
   return 0;
 }
 
+// Reads the item at position `begin` or behind it.  Returns where the next one may begin: behind the separator, or
+// where the text stands that is no address.
+int ItemAt(const String& work, int begin, in_addr_t& from, in_addr_t& to, String& error) {
+  from = to = 0;
+  while (begin <= work.Length() && !IsDigit(work[begin])) ++begin;
+  if (begin > work.Length()) return begin;
+
+  int end = 0;
+  from = ParseAddress(AddressText(work, begin, end), error);
+  if (from == 0) return begin;
+  if (end < work.Length() && work[end] == '-') to = ParseAddress(AddressText(work, end + 1, end), error);
+  return end + 1;
+}
+
 bool InRange(in_addr_t address, in_addr_t from, in_addr_t to) {
   if (to == 0) return address == from;
   return (from <= address && address <= to) || (to <= address && address <= from);
@@ -37,29 +51,14 @@ bool islistsetchar(char c) {
 }
 
 void getitem(String& work, in_addr_t& from, in_addr_t& to, String& error) {
-  from = to = 0;
-  int begin = 1, end = 0;
-  while (begin <= work.Length() && !IsDigit(work[begin])) ++begin;
-  if (begin > work.Length()) {
-    work = "";
-    return;
-  }
-
-  const String first = AddressText(work, begin, end);
-  const in_addr_t address = ParseAddress(first, error);
-  if (address == 0) {
-    work.Delete(1, begin - 1);
-    return;
-  }
-  from = address;
-  if (end < work.Length() && work[end] == '-') to = ParseAddress(AddressText(work, end + 1, end), error);
-  work.Delete(1, end);
+  work.Delete(1, ItemAt(work, 1, from, to, error) - 1);
 }
 
 int IPAllowed(in_addr address, const String& list, String& error) {
   error = "";
   const in_addr_t wanted = ntohl(address.s_addr);
   String work;
+  work.Reserve(list.Length());
   char illegal = '\0';
   bool hasIllegal = false;
   for (int i = 1; i <= list.Length(); ++i) {
@@ -72,11 +71,10 @@ int IPAllowed(in_addr address, const String& list, String& error) {
   }
 
   int allowed = 0;
-  while (!allowed) {
-    in_addr_t from, to;
-    getitem(work, from, to, error);
-    if (from == 0) break;
-    allowed = InRange(wanted, from, to);
+  in_addr_t from = 1, to = 0;
+  for (int next = 1; from != 0 && !allowed;) {
+    next = ItemAt(work, next, from, to, error);
+    allowed = from != 0 && InRange(wanted, from, to);
   }
   if (error.Length() == 0 && hasIllegal) error = String("Illegal character (") + illegal + ") specified";
   return allowed;
