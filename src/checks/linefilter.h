@@ -5,10 +5,13 @@
 
 #include <string>
 
+#include "checks/decision.h"
+#include "checks/textset.h"
 #include "core/zostring.h"
 
-// A text or an expression made ready to be looked for in many lines.  Its memory is about that of the text,
-// whatever the expression; a line costs time in proportion to its length and the number of operands.
+// A text or an expression made ready to be looked for in many lines.  Its memory is in proportion to the text,
+// whatever the expression.  The texts of a long expression are looked for together, so that a line in which none of
+// them stands costs time in proportion to its length alone.
 class TLineFilter {
  public:
   TLineFilter(const String& text, int expression, int casesensitive, int wholeword);
@@ -19,15 +22,18 @@ class TLineFilter {
 
  private:
   void Compile(const String& text);
-  bool Add(const char* token, int length);
-  int Find(const char* line, int length, const char* text, int textLength) const;
-  int Evaluate(const char* line, int length) const;
+  void Add(const char* token, int length);
+  int Find(const char* line, size_t length) const;
+  bool Evaluate(const char* line, size_t length);
 
-  int isExpression;
-  int caseSensitive;
-  int wholeWord;
-  std::string program;  // the plain text, or the compiled expression; empty: matches nothing
-  int depth = 0;        // values on the stack after the program so far
-  int maxDepth = 0;
-  std::string lowered;  // the line at hand in lower case
+  bool isExpression;
+  bool caseSensitive;
+  bool wholeWord;
+  bool never = true;         // matches no line at all
+  std::string plain;         // the text that is no expression
+  TTextSet texts;            // the operands
+  TDecision decision;        // what they are worth together
+  bool together = false;     // all operands are looked for before the decision
+  bool noneDecides = false;  // what the decision is when none of them is there
+  std::string lowered;       // the line or the operand at hand in lower case
 };
