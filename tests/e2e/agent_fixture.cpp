@@ -93,6 +93,7 @@ Agent::Agent() : folder(testing::TempDir() + "tav-e2e-XXXXXX"), port(FreePort())
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   if (!mkdtemp(&folder[0])) abort();
   fs::create_directory(folder + "/tmp");
+  fs::copy_file(AgentBinary(), folder + "/tav");
 }
 
 Agent::Agent(const std::string& extra, const std::vector<std::string>& switches) : Agent() {
@@ -142,8 +143,8 @@ void Agent::Spawn(const std::vector<std::string>& arguments) {
 }
 
 std::string Agent::Defaults() const {
-  return "port=" + std::to_string(port) + "\npassword=" + password + "\ntavpath=" + program +
-         At("\ntmpdir=@/tmp\npidfile=@/"
+  return "port=" + std::to_string(port) + "\npassword=" + password + "\ntavpath=" +
+         At("@/tav\ntmpdir=@/tmp\npidfile=@/"
             "tav.pid\nhost=127.0.0.1\ndelayforscripts=0\nfilterlist=127.0.0.1\nfiltermarks=1\n");
 }
 

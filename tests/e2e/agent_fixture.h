@@ -1,6 +1,6 @@
 // Real agents for the end-to-end tests: each has its own folder, port and configuration, and leaves nothing behind.
-// An agent and all that it starts carry the folder's name in their environment; orphans come back to the test
-// program, so the destructor finds and ends every one of them.
+// Restarts and upgrades work on a copy of the program.  An agent and all that it starts carry the folder's name in
+// their environment; orphans come back to the test program, so the destructor finds and ends every one of them.
 #pragma once
 
 #include <sys/types.h>

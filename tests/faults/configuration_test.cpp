@@ -94,7 +94,7 @@ void ExpectAFullDiskToBeTold(bool& possible) {
   if (!possible) return;
   const std::shared_ptr<void> mounted(nullptr, [&](void*) { umount2(agent.folder.c_str(), MNT_DETACH); });
   fs::create_directory(agent.At("@/tmp"));
-  agent.Start();
+  agent.Start("tavpath=/bin/sh\n");
   const std::string before = agent.Read("tav.cfg");
   agent.Write("full", std::string(10000000, 'x'));
   EXPECT_EQ(agent.At("300\nCannot create new configuration file '@/tav.cfg.New'"),
