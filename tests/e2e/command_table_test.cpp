@@ -1,62 +1,76 @@
-// The command table: every command is dispatched, and its gate answers when it is off or the peer's address is
-// wrong.
+// The command table: every command is dispatched, and listens to its own switch and list of addresses alone.
 #include <gtest/gtest.h>
 
 #include "agent_fixture.h"
 
 namespace {
 
-const char kTests[] = R"(
-  TEST-UNC => 501|Path not specified ; TEST-FolderSize|/no/such => 301|Folder/File doesn`t exist or access denied
-  TEST-FileExists => 301|no such file or acess denied ; TEST-FileCompare => 301|File doesn`t exist
-  TEST-FileCRC => 301|File is not specified ; TEST-CountFiles|/|*|0|6 => 501|Wrong parameter
-  TEST-Process||x => 301|ProcCnt script is not speified ; TEST-CPU => 301|CPUUsage script is not speified
-  TEST-ExternalPrg => 501 ; TEST-TCP|127.0.0.1|x => 501|Wrong parameter ; TEST-UDP => 501|Wrong parameter
-  TEST-TextLog2 => 301|File does not exist ; TEST-ShellScript|/bin/true => 200||
-  GetProcessesList => 301|ProcList script is not speified ; GetFilesList => 200|/|0|2)";
-const char kActions[] = R"(
-  ACT-ExternalCmd => 501|Command line to execute is not specified
-  ACT-TCPUDPsend => 501|Wrong parameter ; ACT-Syslog => 501|Wrong parameter)";
-const char kUngated[] = R"(
-  TEST-DiskSpace => 500|Not applicable for UNIX/Linux ; TEST-Service => 500|Not applicable for UNIX/Linux
-  TEST-NTLog => 500|Not applicable for UNIX/Linux ; TEST-PerfCounter => 500|Not applicable for UNIX/Linux
-  GetServicesList => 500|Not applicable for UNIX/Linux ; GetEventLogFiles => 500|Not applicable for UNIX/Linux
-  GetEventLogSources => 500|Not applicable for UNIX/Linux ; TEST-Script => 500|not implemented yet
-  TEST-SNMP => 500|not implemented yet ; TEST-Ping => 500|not implemented yet
-  GetDriveList => 500|not implemented yet ; GetInfo => ~200(|[A-Z][^=]+=[^|]*){19})";
-const char kManaged[] = R"(
-  GetSettings => ~200(|[A-Z][^=]+=[^|]*){31} ; SetSettings => 200 ; ReloadCfg => 200|Ok
-  UpgradeCode|100 => 501|Wrong file parameter(s) (and the connection stays open)
-  ReloadApp => 200|Ok ; QUIT => 200|Ok)";
+// The switch that a command asks, the request and its reply.
+const char kCommands[] = R"(
+  unc TEST-UNC => 501|Path not specified ; cpuusage TEST-CPU => 301|CPUUsage script is not speified
+  foldersize TEST-FolderSize|/no/such => 301|Folder/File doesn`t exist or access denied
+  fileexists TEST-FileExists => 301|no such file or acess denied ; filecrc TEST-FileCRC => 301|File is not specified
+  comparefiles TEST-FileCompare => 301|File doesn`t exist ; countfiles TEST-CountFiles|/|*|0|6 => 501|Wrong parameter
+  process TEST-Process||x => 301|ProcCnt script is not speified ; external TEST-ExternalPrg => 501
+  process GetProcessesList => 301|ProcList script is not speified ; tcp TEST-TCP|127.0.0.1|x => 501|Wrong parameter
+  udp TEST-UDP => 501|Wrong parameter ; textlog TEST-TextLog2 => 301|File does not exist
+  shellscript TEST-ShellScript|/bin/true => 200|| ; syslogaction ACT-Syslog => 501|Wrong parameter
+  executeaction ACT-ExternalCmd => 501|Command line to execute is not specified
+  tcpudpaction ACT-TCPUDPsend => 501|Wrong parameter
+  - TEST-DiskSpace => 500|Not applicable for UNIX/Linux ; - TEST-Service => 500|Not applicable for UNIX/Linux
+  - TEST-NTLog => 500|Not applicable for UNIX/Linux ; - TEST-PerfCounter => 500|Not applicable for UNIX/Linux
+  - GetServicesList => 500|Not applicable for UNIX/Linux ; - GetEventLogFiles => 500|Not applicable for UNIX/Linux
+  - GetEventLogSources => 500|Not applicable for UNIX/Linux ; - TEST-Script => 500|not implemented yet
+  - TEST-SNMP => 500|not implemented yet ; - TEST-Ping => 500|not implemented yet
+  - GetDriveList => 500|not implemented yet ; - GetInfo => ~200(|[A-Z][^=]+=[^|]*){19}
+  allowupdates UpgradeCode|100 => 501|Wrong file parameter(s) (and the connection stays open)
+  allowmanage GetSettings => ~200(|[A-Z][^=]+=[^|]*){31} ; allowmanage SetSettings => 200
+  allowmanage ReloadCfg => 200|Ok ; allowmanage ReloadApp => 200|Ok ; allowmanage QUIT => 200|Ok)";
+const char kEverything[] = "executeaction=1\ntcpudpaction=1\nsyslogaction=1\n";
 
-TEST(CommandTable, EveryCommandIsDispatchedAndGated) {
-  const std::string on = "executeaction=1\ntcpudpaction=1\nsyslogaction=1\n";
-  std::string off = "allowmanage=0\nallowupdates=0\n";
+// What a command says behind a switch that is off.
+std::string Refusal(const std::string& key) {
+  if (key.rfind("allow", 0) == 0) return "600";
+  return key.find("action") != std::string::npos ? "600|operation is not allowed" : "600|test is not allowed";
+}
+
+TEST(CommandTable, EveryCommandAsksItsOwnSwitchAndAddresses) {
+  std::vector<std::pair<std::string, std::string>> closings = {
+      {"comment=nothing", ""}, {"manageaddr=10.1.1.1", "allowmanage"}, {"updateaddr=10.1.1.1", "allowupdates"}};
   for (const char* key :
-       {"unc", "freespace", "foldersize", "countfiles", "fileexists", "filecrc", "comparefiles", "process",
-        "cpuusage", "script", "external", "ping", "tcp", "udp", "textlog", "shellscript"})
-    off += std::string(key) + "=0\n";
-  Agent open(on), shut(off), foreign(on + "manageaddr=10.1.1.1\nupdateaddr=10.1.1.1\n");
-  const struct {
-    const char* table;
-    const char* off;  // empty: there is no switch
-    size_t commands;
-  } groups[] = {{kTests, "600|test is not allowed", 15},
-                {kActions, "600|operation is not allowed", 3},
-                {kUngated, "", 12},
-                {kManaged, "600", 6}};
-  for (const auto& group : groups) {
-    EXPECT_EQ(group.commands, Rows(group.table).size());
-    for (const Exchange& row : Rows(group.table)) {
-      shut.Expect(row.request, *group.off ? group.off : row.reply);
-      foreign.Expect(row.request, group.table == kManaged ? "600" : row.reply);
-      open.Expect(row.request, row.reply);
-      if (row.request != "ReloadApp") continue;
-      EXPECT_TRUE(WaitFor([&] { return open.Count("Listening...\n") == 2; })) << open.Console();
+       {"unc",     "freespace",   "foldersize",    "countfiles",   "fileexists",   "filecrc",     "comparefiles",
+        "process", "cpuusage",    "script",        "external",     "ping",         "tcp",         "udp",
+        "textlog", "shellscript", "executeaction", "tcpudpaction", "syslogaction", "allowmanage", "allowupdates"})
+    closings.push_back({std::string(key) + "=0", key});
+  const std::vector<Exchange> rows = Rows(kCommands);
+  ASSERT_EQ(35u, rows.size());
+  for (const auto& [line, closed] : closings) {
+    SCOPED_TRACE(line);
+    Agent agent(kEverything + line + "\n");
+    for (const Exchange& row : rows) {
+      const size_t blank = row.request.find(' ');
+      const std::string key = row.request.substr(0, blank), request = row.request.substr(blank + 1);
+      const bool shut = key == closed, ends = request == "ReloadApp" || request == "QUIT";
+      const bool slow = key == "allowupdates" && closed.rfind("allow", 0) != 0;
+      if (shut || closed.empty() || !(ends || slow)) agent.Expect(request, shut ? Refusal(key) : row.reply);
+      if (request != "ReloadApp" || !closed.empty()) continue;
+      EXPECT_TRUE(WaitFor([&] { return agent.Count("Listening...\n") == 2; })) << agent.Console();
     }
+    if (!closed.empty()) continue;
+    EXPECT_EQ(0, agent.ExitStatus(agent.pid)) << "it was told to quit";
+    EXPECT_TRUE(agent.Shows("Terminate request received. Terminating..\n"));
   }
-  EXPECT_EQ(0, open.ExitStatus(open.pid)) << "it was told to quit";
-  EXPECT_TRUE(open.Shows("Terminate request received. Terminating..\n"));
+}
+
+TEST(CommandTable, AnySwitchOfAFileTestOpensTheFilesList) {
+  const std::string keys[] = {"foldersize",   "countfiles", "fileexists", "filecrc",
+                              "comparefiles", "textlog",    "unc"};
+  for (const std::string& open : keys) {
+    std::string lines;
+    for (const std::string& key : keys) lines += key + (key == open ? "=1\n" : "=0\n");
+    Agent agent(lines);
+    agent.Expect("GetFilesList", open == "unc" ? "600|test is not allowed" : "200|/|0|2");
+  }
 }
 
 }  // namespace
