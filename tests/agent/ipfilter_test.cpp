@@ -15,7 +15,12 @@ TEST(IPAllowed, TakesSinglesAndRangesEitherWayRound) {
       {"127.0.0.1", "127.0.0.1", 1, ""},
       {"127.0.0.1", "127.0.0.2", 0, ""},
       {"10.0.0.50-10.0.0.1", "10.0.0.7", 1, ""},
+      {"10.0.0.50-10.0.0.1", "10.0.0.1", 1, ""},
+      {"10.0.0.50-10.0.0.1", "10.0.0.50", 1, ""},
       {"10.0.0.50-10.0.0.1", "10.0.0.51", 0, ""},
+      {"10.0.0.1-10.0.0.50", "10.0.0.1", 1, ""},
+      {"10.0.0.1-10.0.0.50", "10.0.0.50", 1, ""},
+      {"10.0.0.1-10.0.0.50", "10.0.0.51", 0, ""},
       {"10.0.0.1, 10.0.0.2", "10.0.0.2", 1, "Illegal character ( ) specified"},
       {"10.0.0.1 10.0.0.2", "10.0.0.1", 0, "Invalid IP address (10.0.0.110.0.0.2) specified"},  // they run together
       {"abc", "10.0.0.1", 0, "Illegal character (a) specified"},
@@ -35,13 +40,6 @@ TEST(IPAllowed, TakesSinglesAndRangesEitherWayRound) {
   }
   String error;
   EXPECT_EQ(0, IPAllowed("255.255.255.255", "0.0.0.1-255.255.255.254", error));
-}
-
-TEST(PassesFilter, AdmitsWhateverPartOfAnAllowedAddress) {
-  for (const char* peer : {"10.0.0.12", "10.0.0.1", "0.0.0.12", "10.0.0.2", "10.0.0.123"})
-    EXPECT_EQ(std::string("10.0.0.12").find(peer) != std::string::npos,
-              PassesFilter(in_addr{inet_addr(peer)}, "\r\n10.0.0.12\r\n"))
-        << peer;
 }
 
 }  // namespace

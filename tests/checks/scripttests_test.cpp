@@ -3,8 +3,6 @@
 #include <sys/stat.h>
 
 #include <fstream>
-#include <thread>
-#include <vector>
 
 #include "config/settings.h"
 #include "tests/checks/replies.h"
@@ -61,41 +59,6 @@ TEST_F(ScriptTests, TakeWhatTheHelperPrints) {
   for (const auto& row : rows) {
     EXPECT_EQ(row.answer, AskHelper(row.handler, row.script, row.parameters)) << row.script << row.parameters;
   }
-}
-
-TEST_F(ScriptTests, ExternalProgramsAnswerTheirExitCode) {
-  const std::pair<const char*, const char*> rows[] = {
-      {"sh -c 'exit 9'\n\n\n0\n", "200\n9\n"},
-      {"/nowhere\n\n\n0\n", "301\nexec error: No such file or directory"},
-      {"\n\n\n0\n", "501\n"},
-      {"true\n\n\nx\n", "501\nWrong parameter"},
-  };
-  for (const auto& row : rows) EXPECT_EQ(row.second, ReplyOf(ProcessTest_External, row.first)) << row.first;
-}
-
-TEST_F(ScriptTests, ServerScriptsAnswerTheirResultLine) {
-  const std::pair<const char*, const char*> rows[] = {
-      {"sh \"%SCRIPT%\" %params%\necho $2%0D%0Aecho ScriptRes:$1%0D%0Aecho c >&2\nx y\n5\n2\n",
-       "200\nScriptRes:x\ny%0D%0AScriptRes:x%0D%0A\n"},
-      {"sh \"%script%\" \necho a; echo; echo ' b '\n\n\n\n", "200\nb\n\n"},
-      {"sh \"%script%\" \n\n\n0\n1\n", "200\n\n\n"},
-      {"sh \"%script%\" \nsleep 30\n\n-1\n0\n", "301\nScript execution error: abnormal termination"},
-      {"%script%\n\n\n0\n0\n",
-       "301\nScript execution error: exec error: No such file or directory"},  // not replaced
-  };
-  for (const auto& row : rows) EXPECT_EQ(row.second, ReplyOf(ProcessTest_ShellScript, row.first)) << row.first;
-}
-
-TEST_F(ScriptTests, RunEightyServerScriptsAtOnce) {
-  std::vector<std::thread> threads;
-  for (int n = 0; n < 80; n++) {
-    threads.emplace_back([n] {
-      const std::string id = std::to_string(n), run = n % 2 == 0 ? "\"%script%\" " : "sh -c '\"$0\"' \"%script%\" ";
-      EXPECT_EQ("200\n" + id + "\n\n",
-                ReplyOf(ProcessTest_ShellScript, run + "\n#!/bin/sh%0Aecho " + id + "\n\n0\n0\n"));
-    });
-  }
-  for (auto& thread : threads) thread.join();
 }
 
 }  // namespace

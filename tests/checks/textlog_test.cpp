@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <functional>
 
 #include "core/paths.h"
 #include "tests/checks/replies.h"
@@ -63,6 +67,7 @@ TEST(TextLog, KeepsItsStateRules) {
       {{log, 5, 0}, "0, 13, 14 "},                        // first check: nothing is read
       {{scratch.Add("empty", ""), 5, 0}, "0, -1, 0 "},    // and again, until there is content
       {{log, 0, 14, FileAge(log.c_str())}, "0, 0, 14 "},  // unchanged
+      {{log, 0, 14, 1}, "5, 7, 14 "},                     // of the same size, but written anew
       {{log, 99, 98}, "5, 7, 98 "},                       // cut; a match keeps it "changed"
       {{log, 14, 98}, "0, 14, 14 "},                      // read to the end
       {{endless}, "16777221, 16777222, 1 "},              // too long a line is counted, not reported
@@ -76,6 +81,29 @@ TEST(TextLog, KeepsItsStateRules) {
     const std::string result = std::to_string(check.Run()), place = ", " + std::to_string(check.position) + ", ";
     EXPECT_EQ(expected, result + place + std::to_string(check.knownSize) + " " + check.error.CStr()) << check.path;
   }
+}
+
+static std::function<void(size_t)> whenRead;  // told how many bytes a read has brought
+
+// In the place of the system's, for what is linked in here.
+extern "C" ssize_t read(int fd, void* buffer, size_t size) {
+  const ssize_t n = syscall(SYS_read, fd, buffer, size);
+  if (n >= 0 && whenRead) whenRead(static_cast<size_t>(n));
+  return n;
+}
+
+TEST(TextLog, LinesThatArriveDuringAScanAreReadByTheNext) {
+  const TTree scratch;
+  TCheck check = {scratch.Add("log", "1 ab\n")};
+  check.scanAll = 1;
+  whenRead = [&check](size_t n) {
+    if (n == 0) std::exchange(whenRead, nullptr), std::ofstream(check.path, std::ios::app) << "2 ab\n";
+  };
+  EXPECT_EQ(3, check.Run());
+  EXPECT_EQ(nullptr, whenRead);
+  EXPECT_EQ(8, check.Run()) << "not taken for unchanged";
+  EXPECT_EQ(0, check.Run());
+  EXPECT_EQ(10, check.position);
 }
 
 TEST(TextLog, AnswersAMatchAtATime) {

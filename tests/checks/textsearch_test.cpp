@@ -32,6 +32,17 @@ TEST(FindStrInFile, AgreesWithTheWindows) {
   }
 }
 
+TEST(FindStrInFile, JudgesWordsAtABlocksEdge) {
+  const TTree scratch;
+  for (size_t at = 262140; at < 262150; at++) {
+    for (const std::string behind : {"a", "-"}) {
+      const std::string bytes = std::string(at, '.') + "ab" + behind + std::string(262144, '.');
+      String text = "ab";
+      EXPECT_EQ(WindowSearch(bytes, "ab", 1), FindStrInFile(scratch.Add("f", bytes).c_str(), text, 1, 1)) << at;
+    }
+  }
+}
+
 TEST(FindStrInFile, CrowdedMatchesCostLinearTime) {
   const TTree scratch;
   std::string bytes;

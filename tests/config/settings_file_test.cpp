@@ -1,6 +1,8 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include "tests/config/scratch.h"
 
@@ -20,6 +22,7 @@ TEST_F(Config, SaveOverwritesTheValueInItsLine) {
       {"comment=", "comment=new\r\n"},
       {"#comment=old\nno sign", "#comment=old\nno sign\r\n"},
       {"host=kept when empty\ntavpath=/x\n", "host=kept when empty\ntavpath=/x\n"},
+      {"delayforscripts=7\n", "delayforscripts=7\n"},
       {"port=1\nfreespace=1\n", "port=70000\r\nfreespace=0\n"},
       {"logsuccess=true\n", "logsuccess=1rue\n"},
       {"logsuccess=\r\nlogsuccess=", "logsuccess=1\nlogsuccess=1\r\n"},  // the first byte is the line's end
@@ -49,6 +52,21 @@ TEST_F(Config, SaveAddsEverySavedKeyButFreespace) {
           "cpuusage=0\r\nscript=0\r\nexternal=0\r\nping=0\r\ntcp=0\r\nudp=1\r\ntextlog=0\r\nshellscript=0\r\n"
           "executeaction=0\r\ntcpudpaction=0\r\nsyslogaction=0\r\n",
       Read());
+}
+
+static std::string onDisk;  // the sizes of the files that were synced
+
+// In the place of the system's, for what is linked in here.
+extern "C" int fsync(int fd) {
+  struct stat status {};
+  if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) onDisk += std::to_string(status.st_size) + " ";
+  return static_cast<int>(syscall(SYS_fsync, fd));
+}
+
+TEST_F(Config, SaveSyncsTheNewFileBeforeItTakesTheOldOnesPlace) {
+  onDisk.clear();
+  EXPECT_EQ("ok|", Do(Save, "comment=old\n"));
+  EXPECT_EQ(std::to_string(fs::file_size(path)) + " ", onDisk);
 }
 
 TEST_F(Config, SaveKeepsTheOldFileItsRightsAndOnFailureAll) {

@@ -34,7 +34,7 @@ TEST_F(Config, LoadTellsEveryProblem) {
                 "  Full path to the agent is not specified!\n",
             Do(Load, ""));
   EXPECT_EQ("|  Invalid path to the agent!\n", Do(Load, kGood + "tavpath=/nowhere/tav\n"));
-  EXPECT_EQ("ok|" + kWarning, Do(Load, kGood + "filtermarks=011\nfilterlist=1.1.1.1 2.2.2.2\n"));
+  EXPECT_EQ("ok|" + kWarning, Do(Load, kGood + "filtermarks=x11\nfilterlist=1.1.1.1 2.2.2.2\n"));
   EXPECT_EQ("\r\n2.2.2.2\r\n", Std(SettingsInForce()->activefilter));
 }
 

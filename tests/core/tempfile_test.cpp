@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <functional>
 #include <thread>
 #include <vector>
@@ -47,6 +48,7 @@ TEST_F(TempFile, NamesNeedRoom) {
 
 TEST_F(TempFile, PrivateFilesAreNeverWhatWasPlanted) {
   const std::string path = In("guessable"), victim = In("victim");
+  close(open(victim.c_str(), O_WRONLY | O_CREAT, 0600));
   ASSERT_EQ(0, symlink(victim.c_str(), path.c_str()));
   EXPECT_FALSE(OpenPrivateFile(path.c_str()).IsOpen());
   EXPECT_TRUE(CreatePrivateFile(path.c_str(), 0775, O_WRONLY).IsOpen());
@@ -55,8 +57,36 @@ TEST_F(TempFile, PrivateFilesAreNeverWhatWasPlanted) {
   EXPECT_TRUE(OpenPrivateFile(path.c_str()).IsOpen());
   EXPECT_TRUE(geteuid() != 0 ||
               (chown(path.c_str(), 65534, 65534) == 0 && !OpenPrivateFile(path.c_str()).IsOpen()));
+  struct stat spared;
+  EXPECT_TRUE(lstat(victim.c_str(), &spared) == 0 && spared.st_mode == (S_IFREG | 0600)) << "the link was followed";
+
+  // Somebody plants on and on: between the removal and the making, too.
+  std::atomic<bool> done{false};
+  std::thread planter([&] {
+    while (!done) (void)!link(victim.c_str(), path.c_str());
+  });
+  for (int i = 0; i < 20000; i++) {
+    const TFd file = CreatePrivateFile(path.c_str(), 0600, O_WRONLY);
+    EXPECT_TRUE(!file.IsOpen() || (fstat(file.Get(), &made) == 0 && made.st_ino != spared.st_ino)) << i;
+    if (HasFailure()) break;
+  }
+  done = true;
+  planter.join();
   unlink(path.c_str());
-  EXPECT_NE(0, unlink(victim.c_str())) << "the link was followed";
+  unlink(victim.c_str());
+}
+
+TEST_F(TempFile, LieWhereTheSettingOrTheEnvironmentSays) {
+  SetTempDirectory(nullptr);
+  char name[512];
+  unsetenv("TMPDIR");
+  for (const char* variable : {"TMP", "TMPDIR"}) {
+    setenv(variable, In(variable).c_str(), 1);
+    EXPECT_EQ(1, gettempfilename(name, sizeof(name), "x"));
+    EXPECT_EQ(In(variable) + "/x", name);
+  }
+  unsetenv("TMP");
+  unsetenv("TMPDIR");
 }
 
 TEST_F(TempFile, FoldersThatOthersMayWriteGetOneOfOurOwn) {

@@ -62,7 +62,7 @@ TEST(StringTest, CutsAndDeletesWithinItsEnds) {
 TEST(StringTest, StrCpyWritesNothingForAnEmptyString) {
   char buf[8] = "zzzzzzz";
   EXPECT_STREQ("zzzzzzz", String("").StrCpy(buf, -1));
-  EXPECT_STREQ("abc", String("abcdef").StrCpy(buf, 4));
+  EXPECT_STREQ("abc", String("abcd").StrCpy(buf, 4));
   EXPECT_STREQ("ab", String("ab").StrCpy(buf, 4));
 }
 
@@ -137,7 +137,7 @@ TEST(CharacterTest, DecimalTextsAndSearches) {
   EXPECT_FALSE(isdecimalnum("5x") || isdecimalnum("+5") || isdecimalnum("1-", 2));
   EXPECT_EQ(3, mempos("abcb", 4, "cb", 2));
   EXPECT_EQ(0, mempos("abcb", 4, "", 0));
-  EXPECT_EQ(2, memposi("aBCb", 4, "bc", 2));
+  EXPECT_EQ(3, memposi("abBC", 4, "bc", 2));
   EXPECT_EQ(0, memposi(nullptr, 4, "bc", 2));
 }
 

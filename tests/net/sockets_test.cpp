@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include "net/resolver.h"
+#include "net/syslogsender.h"
 #include "tests/net/peer.h"
 
 TEST(TcpListen, NeedsAFreeAddressAndNeverHandsOutDescriptorZero) {
@@ -16,4 +18,13 @@ TEST(TcpListen, NeedsAFreeAddressAndNeverHandsOutDescriptorZero) {
   const TPeer other(SOCK_STREAM, nullptr);
   EXPECT_TRUE(TcpListen(nullptr, other.port, length, error) == 0 && error == "socket() or bind() error");
   EXPECT_TRUE(TcpListen(nullptr, 65616, length, error) == 0 && error == "Servname not supported for ai_socktype");
+}
+
+TEST(Texts, OfTimesAndAddressesHaveTheirForm) {
+  tm time = {9, 7, 14, 5, 2, 109, 0, 0, 0, 0, nullptr};
+  EXPECT_TRUE(CDateTime(time) == "Mar 5 14:07:09");
+  time.tm_mday = 25;
+  EXPECT_TRUE(CDateTime(time) == "Mar25 14:07:09");
+  char text[16];
+  EXPECT_STREQ("255.255.255.254", inet_ntoa_safe({htonl(0xFFFFFFFE)}, text, sizeof text));
 }

@@ -55,6 +55,7 @@ TEST(Request, IsRefusedForAnyWrongFieldWhetherItsBytesAreKeptOrNot) {
       {[](TPacket& p) { p.requestSize = 15; }, false, false, "<-- Req size: 15\n"},
       {[](TPacket& p) { p.requestSize = 0xFFFFFFFF; }, false, false, "<-- Req size: -1\n"},
       {[](TPacket& p) { p.signature[1] = 3; }, false, true, "<-- Req size: 7\n"},
+      {[](TPacket& p) { p.proof[0]++; }, false, true, "<-- Wrong password or MD5 error\n"},
       {[](TPacket& p) { p.proof[15]++; }, false, true, "<-- Wrong password or MD5 error\n"},
       {[](TPacket& p) { p.proof.resize(400), p.declared = 429; }, false, true, "<-- Wrong password or MD5 error\n"},
       {[](TPacket& p) { p.proof = "", p.declared = 29; }, false, true, "<-- Wrong password or MD5 error\n"}};

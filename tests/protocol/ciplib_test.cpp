@@ -4,6 +4,7 @@
 #include <zlib.h>
 
 #include "protocol/md5.h"
+#include "protocol/packethead.h"
 #include "tests/protocol/vectors.h"
 
 TEST(Digests, GiveThePublishedVectors) {
@@ -32,6 +33,35 @@ TEST(Digests, AgreeWithNettleAndZlibHoweverTheBytesArrive) {
     ASSERT_EQ(PeerDigest(nettle_md5, data), digest) << data.size();
     ASSERT_EQ(crc32(0, Octets(data), unsigned(data.size())), ~crc.GetCRC()) << data.size();
   }
+}
+
+// What remains in the place of an object that is gone, or of a digest that is made.
+template <class T, class Use>
+static bool LeavesZeros(const Use& use) {
+  alignas(T) static unsigned char place[sizeof(T)];
+  volatile unsigned char* const seen = place;
+  use(place);
+  size_t left = 0;
+  for (size_t i = 0; i < sizeof(T); i++) left += seen[i] != 0;
+  return left == 0;
+}
+
+TEST(Secrets, AreOverwrittenWhenTheirHoldersGo) {
+  Twofish_initialise();
+  EXPECT_TRUE(LeavesZeros<TCipherKey>([](void* place) { (new (place) TCipherKey("secret"))->~TCipherKey(); }));
+  EXPECT_TRUE(LeavesZeros<MD5Context>([](void* place) {
+    unsigned char digest[16];
+    const auto context = new (place) MD5Context;
+    MD5Open(context);
+    MD5Digest(context, "secret", 6);
+    MD5Close(context, digest);
+  }));
+  alignas(TPacketHead) static unsigned char place[sizeof(TPacketHead)];
+  const auto head = new (place) TPacketHead;
+  head->Feed("0123456789the proof is here", 27);
+  head->~TPacketHead();
+  const std::string left(reinterpret_cast<char*>(place), sizeof place);
+  EXPECT_EQ(std::string::npos, left.find("proof"));
 }
 
 TEST(DigestsDeathTest, StopOnAHashThatIsNotInProgress) {

@@ -4,6 +4,11 @@
 
 #include "tests/protocol/vectors.h"
 
+TEST(Codecs, OnlyAOneIsAYes) {
+  for (const char* no : {"", "0", "10", "1 ", "true"}) EXPECT_EQ(0, tavDecodeBool(no)) << no;
+  EXPECT_EQ(1, tavDecodeBool("1"));
+}
+
 // Rows: a text, whether the check lets it pass, its value.
 TEST(Codecs, IntegersAreCheckedLenientlyAndCutTo32Bits) {
   const std::tuple<const char*, int, int> rows[] = {
