@@ -28,20 +28,4 @@ TEST(Filter, AdmitsWhatOccursInTheMarkedAddresses) {
   }
 }
 
-TEST(Filter, ManagementTakesSinglesAndRanges) {
-  const Row rows[] = {{"127.0.0.1", {"1"}, {"10", "2"}},
-                      {"127.0.0.9-127.0.0.2,127.0.0.20", {"2", "5", "9", "20"}, {"1", "10"}},
-                      {"127.0.0.1, 127.0.0.2", {"1", "2"}, {"3"}},
-                      {"127.0.0.1 127.0.0.2", {}, {"1", "2"}},          // without the blank the two run together
-                      {"127.0.0.1,1.2.3.256,127.0.0.2", {"1"}, {"2"}},  // the scan ends at what is no address
-                      {"any", {}, {"1"}}};
-  for (const Row& row : rows) {
-    const Agent agent(std::string("manageaddr=") + row.settings + "\n");
-    for (const std::string& x : row.in)
-      EXPECT_EQ("200\nOk", agent.Ask("ReloadCfg", "127.0.0." + x)) << x << row.settings;
-    for (const std::string& x : row.out)
-      EXPECT_EQ("600", agent.Ask("ReloadCfg", "127.0.0." + x)) << x << row.settings;
-  }
-}
-
 }  // namespace

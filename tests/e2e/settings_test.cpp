@@ -57,39 +57,6 @@ TEST(Settings, NamesMustMatchAndValuesAreDecoded) {
       << "no line break gets in";
 }
 
-// "^" stands for a line feed and "~" for a carriage return and one.  Saved, a text or number takes the line end
-// with it, a flag is one character, and an empty text changes nothing.
-const char kBefore[] =
-    R"(# port=1^; port=2^ Port = PORT^Password=secret^tavpath=PATH^host=127.0.0.1^LogSuccess=true^
-Comment=  old words^updateaddr=127.0.0.1^no equals sign^unknown = kept^filtermarks=1^filterlist = 127.0.0.1^tcp=1 yes)";
-const char kAfter[] = R"(# port=1^; port=2^ Port = PORT~Password=secret~tavpath=PATH^host=127.0.0.1~LogSuccess=1rue^
-Comment=  new~updateaddr=127.0.0.1^no equals sign^unknown = kept^filtermarks=11~filterlist = 10.0.0.1 10.0.0.2~tcp=0 yes~
-timeout=4000~filteractive=0~verboselogfile=~logfails=1~oklogfile=log1.txt~badlogfile=log2.txt~allowupdates=1~
-allowmanage=1~manageaddr=127.0.0.1~unc=1~foldersize=1~countfiles=1~fileexists=1~filecrc=1~comparefiles=1~process=1~
-cpuusage=1~script=1~external=1~ping=1~udp=1~textlog=1~shellscript=1~executeaction=0~tcpudpaction=0~syslogaction=0~)";
-
-TEST(Settings, ASaveKeepsTheFileAndRewritesValuesInPlace) {
-  Agent agent;
-  const auto filled = [&agent](std::string text) {
-    for (const auto& [from, to] : {std::pair<const char*, std::string>{"\n", ""},
-                                   {"\\^", "\n"},
-                                   {"~", "\r\n"},
-                                   {"PORT", std::to_string(agent.port)},
-                                   {"PATH", agent.program}})
-      text = std::regex_replace(text, std::regex(from), to);
-    return text;
-  };
-  agent.Write("tav.cfg", filled(kBefore));
-  chmod(agent.At("@/tav.cfg").c_str(), 0640);
-  agent.Launch({"-i"});
-  const std::string addresses = "|IPFilterAddr=10.0.0.1%0D%0A10.0.0.2|IPFilterMarks=11";
-  agent.Expect("SetSettings|Comment=new|LogOkConn=1|UpdateAddr=|TCP=0|Drive Space=0" + addresses, "200");
-  EXPECT_EQ(filled(kAfter), agent.Read("tav.cfg"));
-  EXPECT_EQ(filled(kBefore), agent.Read("tav.cfg.Old"));
-  struct stat saved;
-  EXPECT_TRUE(stat(agent.At("@/tav.cfg").c_str(), &saved) == 0 && (saved.st_mode & 07777) == 0640);
-}
-
 TEST(Settings, AReloadTakesTheFileAndAFailedOneSaysWhy) {
   Agent agent("comment=first\ntimeout=7000\nudp=0\n");
   agent.Write("tav.cfg", "port=1\n" + agent.Defaults() + "filtermarks=11\n");

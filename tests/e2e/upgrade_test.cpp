@@ -1,6 +1,7 @@
 // The remote upgrade: sizes, the one at a time, the digest, and an agent that comes back as the program it was
 // sent.
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include "agent_fixture.h"
 
@@ -58,9 +59,12 @@ TEST(Upgrade, HandsOverToWhatItReceived) {
   for (const auto& row : rows) {
     Agent agent;
     agent.Write("old", "the program before");
+    agent.Write("few", "#!/bin/sh\nulimit -Sn 200\nexec " + AgentBinary() + " \"$@\"\n");
     agent.Write("tav.cfg", agent.Defaults() + agent.At("tavpath=@/old\n"));
+    agent.program = agent.At("@/few");
     agent.Launch({"-i", "-v"});
-    std::string file = "#!/bin/sh\necho $* >args\n";  // notes its arguments
+    // Notes the limit and the ignored signals that it inherits, and its arguments.
+    std::string file = "#!/bin/sh\n(ulimit -Sn; grep SigIgn /proc/$$/status) >had\necho $* >args\n";
     file.resize(row.size, '#');
     Socket socket = Begin(agent, row.size, row.first);
     socket.Send(file.substr(0, file.size() - row.tail));
@@ -71,6 +75,9 @@ TEST(Upgrade, HandsOverToWhatItReceived) {
     socket = Socket();
     EXPECT_TRUE(WaitFor([&] { return agent.Read("args") == agent.At("-i -v @/tav.cfg\n"); })) << agent.Console();
     EXPECT_EQ(file, agent.Read("old"));
+    unsigned long limit = 0, ignored = 0, changed = 1u << (SIGPIPE - 1) | 1u << (SIGXFSZ - 1) | 1u << (SIGSEGV - 1);
+    EXPECT_EQ(2, sscanf(agent.Read("had").c_str(), "%lu SigIgn: %lx", &limit, &ignored));
+    EXPECT_TRUE(limit == 200 && (ignored & changed) == 0) << "as the agent found it: " << agent.Read("had");
     EXPECT_TRUE(agent.Shows("Upgrade request received. Executing..\n"));
     EXPECT_TRUE(agent.TempFolderIsEmpty()) << "the script deletes itself";
     agent.Expect("GetInfo", "refused");
@@ -83,7 +90,7 @@ TEST(Upgrade, ADaemonComesBackOnItsPortWithItsArguments) {
   // Without symbols: what the tests run may be larger than an upgrade can carry.
   ASSERT_EQ(0, system(("strip -o " + agent.program + " " + AgentBinary()).c_str()));
   const std::string file = agent.Read("prog") + "a later build", port = std::to_string(agent.port);
-  agent.Write("tav.cfg", "port=1\n" + agent.Defaults());
+  agent.Write("tav.cfg", "port=1\n" + agent.Defaults() + agent.At("tavpath=@/prog\n"));
   agent.Launch({"-d", "-v", "-p", port});
   const pid_t before = agent.PidInFile();
   Socket socket = Begin(agent, file.size());
@@ -95,7 +102,7 @@ TEST(Upgrade, ADaemonComesBackOnItsPortWithItsArguments) {
   EXPECT_EQ("200", FirstLine(agent.Ask("GetInfo")));
   EXPECT_EQ(file, agent.Read("prog"));
   EXPECT_TRUE(agent.TempFolderIsEmpty());
-  std::string arguments = agent.Read("../../proc/" + std::to_string(agent.PidInFile()) + "/cmdline");
+  std::string arguments = agent.Read("../../../../proc/" + std::to_string(agent.PidInFile()) + "/cmdline");
   for (char& c : arguments) c = c == '\0' ? '|' : c;
   EXPECT_EQ(agent.program + "|-d|-v|-p|" + port + "|" + agent.folder + "/tav.cfg|", arguments);
   agent.Expect("QUIT", "200|Ok");

@@ -43,6 +43,19 @@ TEST(Connections, AShortageOfDescriptorsIsGotOver) {
   const std::string log = agent.Read("log2.txt");
   EXPECT_LE(std::count(log.begin(), log.end(), '\n'), watch.Seconds() + 2) << log;
   EXPECT_NE("", log) << "the shortage was met";
+
+  // Sessions that run cannot make room.
+  idle.clear();
+  ASSERT_TRUE(WaitFor([&] { return IsAlone(agent); }));
+  std::vector<Socket> busy = Crowd(agent, 70);
+  for (const Socket& session : busy)
+    session.Send(Seal("TEST-ExternalPrg\r\nsleep 5\r\n\r\n\r\n0\r\n", agent.password, "session").Bytes());
+  Sleep(1);
+  const double full = CpuSeconds(agent.pid);
+  Sleep(2);
+  EXPECT_LT(CpuSeconds(agent.pid) - full, 0.5) << "the listener rests";
+  busy.clear();
+  EXPECT_TRUE(WaitFor([&] { return IsAlone(agent); }));
 }
 
 // Cure: what a peer does not send is waited for by nobody else, and lengths are believed only as bytes come.
@@ -109,10 +122,21 @@ TEST(Connections, DeclaredLengthsNeitherWrapNorFillTheMemory) {
   EXPECT_EQ(5u, agent.Count("<-- Invalid BV request received\n"));
   EXPECT_TRUE(WaitFor([&] { return IsAlone(agent); }));
 
+  Agent patient("timeout=60000\n");
   Packet packet = Seal("GetInfo\r\n", agent.password, "session");
-  packet.tail = std::string(15000000, 'x');
-  for (const Socket& holder : Crowd(agent, 10)) (void)holder.Send(packet.Bytes().substr(0, 12000000));
-  ExpectServed(agent);
+  packet.tail = std::string(12000000, 'x');
+  const std::string bytes = packet.Bytes(), most = bytes.substr(0, bytes.size() - 1);
+  const std::vector<Socket> holders = Crowd(patient, 10);
+  for (const Socket& holder : holders) EXPECT_TRUE(holder.Send(most) && WaitUntilTaken(holder));
+  ExpectServed(patient);
+  for (size_t i = 0; i < 8; ++i) EXPECT_TRUE(holders[i].EndsSilently()) << i << ": the longest silent go";
+  EXPECT_TRUE(holders[9].Send(bytes.substr(most.size())));
+  EXPECT_EQ("200", FirstLine(ReadReply(holders[9], "session")));
+  for (int i = 0; i < 4; ++i) {
+    const Socket whole = Connect(patient.port);
+    EXPECT_TRUE(whole.Send(bytes));
+    EXPECT_EQ("200", FirstLine(ReadReply(whole, "session"))) << i << ": what it held is given back";
+  }
 }
 
 }  // namespace

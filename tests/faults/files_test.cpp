@@ -171,6 +171,9 @@ TEST(Files, PipesSocketsAndDevicesAreAnsweredAtOnce) {
   name.sun_family = AF_UNIX;
   agent.At("@/socket").copy(name.sun_path, sizeof name.sun_path - 1);
   ASSERT_EQ(0, bind(bound.Descriptor(), reinterpret_cast<sockaddr*>(&name), sizeof name));
+  // Waits until somebody opens the pipe to read, which the agent must not.
+  const auto writer = std::async(
+      std::launch::async, [path = agent.At("@/pipe")] { return Socket(open(path.c_str(), O_WRONLY | O_CLOEXEC)); });
   for (const char* target : {"@/pipe", "@/socket", "/dev/zero", "/dev/random", "/dev/tty", "/dev/null", "@/tmp"}) {
     for (std::string request :
          {"TEST-FileCRC|%", "TEST-FileCompare|1|%|@/plain|0|0|1", "TEST-FileCompare|1|@/plain|%|0|0|1",
@@ -187,6 +190,9 @@ TEST(Files, PipesSocketsAndDevicesAreAnsweredAtOnce) {
   }
   EXPECT_EQ("301\nCannot open file", agent.Ask("TEST-FileCRC|@/pipe"));
   EXPECT_EQ("301\nRead error", agent.Ask("TEST-FileCRC|/dev/zero"));
+  EXPECT_EQ(std::future_status::timeout, writer.wait_for(std::chrono::seconds(0))) << "its writer was woken";
+  const Socket reader(open(agent.At("@/pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  writer.wait();
   fs::rename(agent.At("@/pipe"), agent.At("@/tav.cfg"));
   EXPECT_EQ(agent.At("300\nCannot open configuration file '@/tav.cfg'"), agent.Ask("ReloadCfg"));
   ExpectServed(agent);

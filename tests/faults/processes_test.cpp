@@ -1,5 +1,6 @@
 // Scripts, lookups, upgrades and the agent's own process when they go wrong.
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
 
@@ -16,8 +17,9 @@ TEST(Processes, EightyScriptsAtOnceEndSoonAndLeaveNothing) {
   std::vector<std::future<void>> scripts;
   for (int i = 0; i < 80; ++i) {
     scripts.push_back(std::async(std::launch::async, [&agent, line = "scriptres:" + std::to_string(i)] {
+      const std::string run = line.back() % 2 == 0 ? "/bin/sh %script%" : "sh -c '\"$0\"' %script% ";
       EXPECT_EQ("200\n" + line + "\n",
-                agent.Ask("TEST-ShellScript|/bin/sh %script%|sleep 1; echo " + line + "||20|0"));
+                agent.Ask("TEST-ShellScript|" + run + "|#!/bin/sh%0Asleep 1; echo " + line + "||20|0"));
     }));
   }
   ExpectServed(agent, 5);
@@ -80,12 +82,74 @@ TEST(Processes, AnUpgradeThatIsCutOffLeavesTheNextOneFree) {
 // Cure: the message is written with system calls alone, and the handler takes itself out.
 TEST(Processes, AnEarlyFaultIsToldAndSurvivedOnce) {
   Agent agent("");
+  const std::string end = "\t tav\t\t Segmentation fault!!\n";
+  EXPECT_EQ("500", agent.Ask("NoSuch"));
   kill(agent.pid, SIGSEGV);
-  EXPECT_TRUE(agent.Shows("Segmentation fault!!\n"));
-  EXPECT_NE(std::string::npos, agent.Read("log2.txt").find("\t tav\t\t Segmentation fault!!\n"));
-  ExpectServed(agent);
+  EXPECT_TRUE(agent.Shows("Segmentation fault!!\n") && WaitFor([&] {
+                const std::string log = agent.Read("log2.txt");
+                return log.find(end) == log.size() - end.size();
+              }));
+  EXPECT_EQ("500", agent.Ask("NoSuch"));
+  const std::string log = agent.Read("log2.txt"), hour = log.substr(log.find(end) - 21, 14);
+  EXPECT_TRUE(log.find(hour) == 0 || log.rfind(hour) > log.find(end)) << "the hour of a message beside it: " << log;
   kill(agent.pid, SIGSEGV);
   EXPECT_EQ(256 + SIGSEGV, agent.ExitStatus(agent.pid));
+  EXPECT_EQ(0u, agent.Count("Restarting..\n"));
+}
+
+// Cure: a fault after three minutes starts the program anew; the pid file goes first.
+TEST(Processes, ALateFaultTakesThePidFileAlong) {
+  if (Sanitized()) GTEST_SKIP() << "a sanitizer must be loaded before all else";
+  Agent agent;
+  agent.Write("later", agent.At("#!/bin/sh\nexport TAV_LATER=@/late LD_PRELOAD=" TAV_LATER "\nexec ") +
+                           AgentBinary() + " \"$@\"\n");
+  agent.program = agent.At("@/later");
+  agent.Start("tavpath=@/tav.cfg\n", {"-d"});
+  ASSERT_TRUE(WaitFor([&] { return agent.PidInFile() > 0; }));
+  const pid_t pid = agent.PidInFile();
+  agent.Write("late", "");  // three minutes have passed
+  kill(pid, SIGSEGV);
+  EXPECT_TRUE(WaitFor([&] { return agent.Read("log2.txt").find("Error: cannot start new instance\n") + 1 != 0; }));
+  EXPECT_FALSE(fs::exists(agent.At("@/tav.pid")));
+  EXPECT_NE(std::string::npos, agent.Read("log2.txt").find("\t tav\t\t Restarting..\n"));
+}
+
+// Cure: descriptors close on exec, what blocks does not wait, limits and signals are handed on as they were found.
+TEST(Processes, HandOnNothingThatIsTheAgentsOwn) {
+  Agent agent;
+  agent.Write("inside", "#!/bin/sh\ntrap '' CHLD\nulimit -Sn 200\nexec " + AgentBinary() + " \"$@\"\n");
+  agent.program = agent.At("@/inside");
+  agent.Start("", {"-d"});
+  ASSERT_TRUE(WaitFor([&] { return agent.PidInFile() > 0; }));
+  const std::string process = "/proc/" + std::to_string(agent.PidInFile());
+  EXPECT_EQ("200\n7", agent.Ask("TEST-ExternalPrg|sh -c 'exit 7'|||0")) << "how children end is not hidden";
+  EXPECT_EQ("200\n0", agent.Ask("TEST-ExternalPrg|sh -c 'test $(ulimit -Sn) = 200'|||0"));
+  EXPECT_EQ(0, system(("grep -qE '^Max open files +([0-9]+) +\\1 ' " + process + "/limits").c_str())) << "raised";
+
+  const Socket server = ServeTcp(), waits = Connect(agent.port), asks = Connect(agent.port);
+  const std::string probe = "TEST-TCP\r\n127.0.0.1\r\n" + std::to_string(server.Port()) + "\r\n9000\r\n\r\n1\r\n";
+  asks.Send(Seal(probe, agent.password, "session").Bytes());
+  const Socket probed = Accept(server);
+  ExpectServed(agent);
+  size_t sockets = 0;
+  for (const fs::directory_entry& entry : fs::directory_iterator(process + "/fd")) {
+    const std::string name = entry.path().filename(), target = fs::read_symlink(entry);
+    std::ifstream info(process + "/fdinfo/" + name);
+    unsigned flags = 0;
+    for (std::string word; info >> word && word != "flags:";) continue;
+    info >> std::oct >> flags;
+    const bool isSocket = target.rfind("socket:", 0) == 0;
+    sockets += isSocket;
+    EXPECT_TRUE(atoi(name.c_str()) < 3 || (flags & O_CLOEXEC)) << target << " would be inherited";
+    EXPECT_TRUE(!isSocket || (flags & O_NONBLOCK)) << target << " can hold up its thread";
+  }
+  EXPECT_LE(4u, sockets) << "the listener, two peers, the probe";
+  const std::string alive = "ss -tnoH state established 'sport = :" + std::to_string(agent.port) + "'";
+  EXPECT_EQ(0, system((alive + " | grep -q keepalive").c_str())) << "a peer that has vanished is noticed";
+
+  EXPECT_EQ("200\nOk", agent.Ask("ReloadApp"));
+  EXPECT_TRUE(waits.EndsSilently() && asks.EndsSilently() && probed.EndsSilently()) << "a restart lets go of them";
+  EXPECT_TRUE(WaitFor([&] { return FirstLine(agent.Ask("GetInfo")) == "200"; }));
 }
 
 // Cure: the flag is cleared, and a listener that is closed is waited for no more.
@@ -97,6 +161,8 @@ TEST(Processes, AReplacementThatFailsDoesNotSpin) {
   Sleep(2);
   EXPECT_LT(CpuSeconds(agent.pid) - before, 0.5);
   EXPECT_EQ(1u, agent.Count("Error: cannot start new instance\n"));
+  EXPECT_EQ("refused", agent.Ask("GetInfo"));
+  EXPECT_EQ(0, kill(agent.pid, 0)) << "it stays, with its port closed";
 }
 
 }  // namespace
