@@ -1,12 +1,9 @@
 #include "checks/filetests.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
-#include "core/closers.h"
-#include "core/treewalk.h"
 #include "tests/checks/replies.h"
 
 // In the place of the system's, for what is linked in here.
@@ -42,24 +39,6 @@ TEST(FolderSize, CountsTheFilesThatAreAskedFor) {
       {"logs", 0, -1}, {"a.txt", 0, 1}, {"none*", 0, 0}, {"none", 1, 0},   {"none/", 1, -1}, {"link/", 1, 48}};
   for (const auto& [path, recursive, total] : rows)
     EXPECT_EQ(total, GetFolderSize((tree.path + path).c_str(), recursive)) << path << " " << recursive;
-}
-
-TEST(FolderSize, ReachesBelowTheLongestPathWithFewDescriptors) {
-  constexpr int kLevels = 300;
-  const TTree tree, beside;
-  const std::string file = beside.Add("file", "x"), level(100, 'l');
-  TFd folder(open(tree.path.c_str(), O_DIRECTORY | O_CLOEXEC));
-  for (int i = 0; i < kLevels; i++) {
-    ASSERT_EQ(0, mkdirat(folder.Get(), level.c_str(), 0755) + mkdirat(folder.Get(), "beside", 0755));
-    ASSERT_EQ(0, linkat(AT_FDCWD, file.c_str(), folder.Get(), "beside/file", 0));
-    folder = TFd(openat(folder.Get(), level.c_str(), O_DIRECTORY | O_CLOEXEC));
-  }
-  rlimit before;
-  ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
-  const rlimit few = {2 * kWalkDescriptors, before.rlim_max};
-  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
-  EXPECT_EQ(kLevels, GetFolderSize(tree.path.c_str(), 1));
-  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
 }
 
 }  // namespace
