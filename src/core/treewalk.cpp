@@ -119,8 +119,7 @@ class TWalk {
   // The folder that has the top level's name now, from the root down.
   TFd OpenByName() {
     TFd fd = OpenFolder(AT_FDCWD, levels[0].path.c_str());
-    for (size_t i = 1; i < levels.size() && fd.IsOpen(); i++)
-      fd = OpenFolder(fd.Get(), levels[i].path.c_str());
+    for (size_t i = 1; i < levels.size() && fd.IsOpen(); i++) fd = OpenFolder(fd.Get(), levels[i].path.c_str());
     return fd;
   }
 
