@@ -13,6 +13,8 @@
 #include "checks/textlog.h"
 #include "tests/checks/replies.h"
 
+std::function<void(size_t)> whenRead;
+
 namespace {
 
 enum { kOpen = 1, kExamine = 2, kRead = 4, kList = 8, kNever = 16 };  // what is never interrupted
@@ -83,7 +85,9 @@ dirent* readdir(DIR* stream) {
 }
 ssize_t Read(int fd, void* buffer, size_t size) __asm__("read");  // the name itself may be an inline function
 ssize_t Read(int fd, void* buffer, size_t size) {
-  return Call(kRead, SYS_read, fd, buffer, size);
+  const int n = Call(kRead, SYS_read, fd, buffer, size);
+  if (n >= 0 && whenRead) whenRead(static_cast<size_t>(n));
+  return n;
 }
 unsigned sleep(unsigned) {
   return 0;
