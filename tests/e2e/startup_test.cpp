@@ -127,11 +127,59 @@ TEST(Startup, ADaemonLeavesTheTerminalAndLocksItsPidFile) {
   EXPECT_TRUE(WaitFor([&] { return !std::filesystem::exists(file); }));
 
   agent.Launch({"-d"});
+  std::filesystem::rename(file, agent.At("@/moved"));
+  agent.Write("tav.pid", "another's\n");
+  agent.Expect("QUIT", "200|Ok");
+  EXPECT_TRUE(WaitFor([&] { return agent.Ask("GetInfo") == "refused"; }));
+  EXPECT_EQ("another's\n", agent.Read("tav.pid")) << "another has put its own in the place";
+
+  agent.Launch({"-d"});
   const Socket other(open(file.c_str(), O_RDWR | O_CLOEXEC));
   EXPECT_TRUE(WaitFor([&] { return agent.Ask("TEST-FileCRC|" + file) != "" && lock(other, F_SETLK) == 0; }));
   agent.Expect("QUIT", "200|Ok");
   EXPECT_TRUE(WaitFor([&] { return agent.Ask("GetInfo") == "refused"; }));
   EXPECT_TRUE(std::filesystem::exists(file)) << "it has become another's";
+}
+
+TEST(Startup, NothingLandsOnStandardStreamsThatAreMissing) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"-d", " <&- >&- 2>&-"}, {"-i", " <&- >&- 2>&-"}, {"-d", " >&-"}, {"-d", " | true"}};
+  for (const auto& [mode, streams] : rows) {
+    Agent agent;
+    const std::string line = AgentBinary() + " \"$@\"" + streams;
+    agent.program = agent.At("@/start");
+    agent.Write("start", streams[1] == '|' ? "#!/bin/sh\nsleep 0.1;" + line : "#!/bin/sh\nexec " + line);
+    agent.Write("tav.cfg", agent.Defaults() + "verboselogfile=verbose.log\n");
+    if (mode[1] == 'i') agent.Write("tav.pid", "1");  // shows nothing, so there is nothing to wait for
+    agent.Launch({mode, "-v"});
+    EXPECT_TRUE(WaitFor([&] { return FirstLine(agent.Ask("GetInfo")) == "200"; })) << mode << streams;
+    const pid_t pid = mode[1] == 'i' ? agent.pid : agent.PidInFile();
+    for (const char* stream : {"/fd/0", "/fd/1", "/fd/2"}) {
+      EXPECT_EQ("/dev/null", std::filesystem::read_symlink("/proc/" + std::to_string(pid) + stream)) << streams;
+    }
+    agent.Expect("ReloadApp", "200|Ok");
+    EXPECT_TRUE(mode[1] == 'i' || agent.HandsOverFrom(pid)) << streams;
+    EXPECT_TRUE(WaitFor([&] { return FirstLine(agent.Ask("GetInfo")) == "200"; })) << mode << streams;
+  }
+}
+
+TEST(Startup, FailedRestartsLeaveAllElseAsItWas) {
+  Agent agent;
+  agent.program = agent.At("@/start");
+  agent.Write("start", "#!/bin/sh\nulimit -S -n 256; exec " + AgentBinary() + " \"$@\"\n");
+  agent.Start("tavpath=@/tav.cfg\n");
+  const std::string process = "../../proc/" + std::to_string(agent.pid);
+  const std::string limits = agent.Read(process + "/limits");
+  Socket waiting = Connect(agent.port);
+  agent.Expect("ReloadApp", "200|Ok");
+  EXPECT_TRUE(agent.Shows("Error: cannot start new instance\n"));
+  agent.Expect("GetInfo", "refused");
+  EXPECT_EQ(limits, agent.Read(process + "/limits"));
+  EXPECT_EQ(std::string::npos, limits.find(" 256 ")) << "the soft limit was raised";
+  kill(agent.pid, SIGSEGV);
+  EXPECT_TRUE(agent.Shows("Segmentation fault!!\n"));
+  waiting.Send(Seal("QUIT\r\n", agent.password, "session").Bytes());
+  EXPECT_EQ("200\nOk", ReadReply(waiting, "session")) << "it stays, with its port closed";
 }
 
 }  // namespace
