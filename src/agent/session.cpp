@@ -118,8 +118,7 @@ bool Serve(TConnection& connection, UpgradeRec& upgrade) {
   showmessage(known ? "--> request processed (%s)\n" : "--> request rejected or operation failed (%s)\n",
               connection.peer, mtInfo, 1, ResultCode(reply).CStr());
   reply.FinalizePacket();
-  if (givenUp != TimesGivenUp()) return false;
-  const bool sent = SendAll(fd, reply.Text());
+  const bool sent = givenUp == TimesGivenUp() && SendAll(fd, reply.Text());
   TAVFlags.Raise(raised);
   if (!upgrade.Active()) return sent;
 
@@ -131,7 +130,7 @@ bool Serve(TConnection& connection, UpgradeRec& upgrade) {
     reply.SetResult(kDone);
   }
   reply.FinalizePacket();
-  return SendAll(fd, reply.Text());
+  return givenUp == TimesGivenUp() && SendAll(fd, reply.Text());
 }
 
 }  // namespace
