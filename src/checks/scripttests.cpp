@@ -6,14 +6,17 @@
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
+#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "config/settings.h"
 #include "core/clock.h"
 #include "core/closers.h"
+#include "core/cmdline_expand.h"
 #include "core/paths.h"
 #include "core/process.h"
 #include "core/requester.h"
@@ -152,26 +155,43 @@ int SecondsToMs(int seconds) {
 }
 
 bool IsResultLine(const String& line) {
-  return line.Search(kResultMark, 0, 0) == 1;
+  const int size = static_cast<int>(strlen(kResultMark));
+  return line.Length() >= size && strncasecmp(line.Data(), kResultMark, strlen(kResultMark)) == 0;
 }
 
+// Like fgets(), which would need a search for the line's length in a cleared buffer.  Returns the bytes read.
+int ReadLine(FILE* file, char (&line)[kLineSize]) {
+  int n = 0;
+  for (int c = 0; n < kLineSize - 1 && c != '\n' && (c = getc_unlocked(file)) != EOF;) {
+    line[n++] = static_cast<char>(c);
+  }
+  line[n] = '\0';
+  return n;
+}
+
+// Each line is looked at once, whatever the output's size; once the result line is known, only the lines wanted are
+// read.
 void ReadScriptOutput(FILE* file, int wanted, String& result, String& output) {
   struct stat status;
   if (fstat(fileno(file), &status) != 0) return;
+  char buf[kLineSize];
+  String line;
+  bool found = false;
+  int n = 0;
   // What the script left running may write on for ever; only what is there now counts.
-  while (!feof(file) && !ferror(file) && ftello(file) < status.st_size) {
-    char buf[kLineSize] = "";
-    if (fgets(buf, sizeof(buf), file) == nullptr) continue;
-    String line(buf);
-    line.Trim();
-    if (line.Length() == 0) continue;
+  for (long long read = 0; read < status.st_size && (n = ReadLine(file, buf)) > 0; read += n) {
+    line.CopyData(buf, -1);
+    if (line.Trim().Length() == 0) continue;
 
     if (wanted > 0) {
       (output += line) += "\r\n";
       wanted = output.Length() < kMaxListSize ? wanted - 1 : 0;
     }
-    if (!IsResultLine(result)) result = line;
-    if (wanted <= 0 && IsResultLine(result)) break;
+    if (!found) {
+      found = IsResultLine(line);
+      std::swap(result, line);
+    }
+    if (wanted <= 0 && found) break;
   }
 }
 
@@ -277,8 +297,7 @@ void ProcessTest_ShellScript(const BVRequest& request, TAVReply& reply) {
   (void)TakeUniqueName(output);  // without a name there are no results, which is said below
 
   String params = tavDecodeStrings(request.GetParam(3, 1)), error;
-  String cmdline = request.GetParam(1, 1).ReplaceAll("%script%", script.path, 0);
-  cmdline = cmdline.ReplaceAll("%params%", params.CStr(), 0);
+  String cmdline = ExpandCommandLine(request.GetParam(1, 1), script.path, params.CStr());
   if (!SleepUnlessGone(settings->delayforscripts)) return;
   WaitUntilNobodyWrites(script.path);
 

@@ -3,8 +3,12 @@
 #include <sys/stat.h>
 
 #include <fstream>
+#include <random>
+#include <vector>
 
 #include "config/settings.h"
+#include "core/cmdline_expand.h"
+#include "core/cmdline_split.h"
 #include "tests/checks/replies.h"
 #include "tests/core/own_temp_folder.h"
 
@@ -58,6 +62,80 @@ TEST_F(ScriptTests, TakeWhatTheHelperPrints) {
   };
   for (const auto& row : rows) {
     EXPECT_EQ(row.answer, AskHelper(row.handler, row.script, row.parameters)) << row.script << row.parameters;
+  }
+}
+
+TEST_F(ScriptTests, ServerScriptsAnswerTheirResultLine) {
+  const std::string wholeLine = "200\nscriptres:\n" + std::string(511, '0') + "%0D%0Ascriptres:%0D%0Aa%0D%0A\n";
+  const std::pair<const char*, const char*> rows[] = {
+      {"sh \"%SCRIPT%\" %params%\necho $2%0D%0Aecho ScriptRes:$1%0D%0Aecho c >&2\nx y\n5\n2\n",
+       "200\nScriptRes:x\ny%0D%0AScriptRes:x%0D%0A\n"},
+      {"sh \"%script%\" \necho a; echo; echo ' b '\n\n\n\n", "200\nb\n\n"},
+      {"sh \"%script%\" \n\n\n0\n1\n", "200\n\n\n"},
+      {"sh \"%script%\" \nsleep 30\n\n-1\n0\n", "301\nScript execution error: abnormal termination"},
+      {"sh \"%script%\" \nyes x | head -c 60000000; echo scriptres:1; echo y\n\n0\n0\n", "200\nscriptres:1\n\n"},
+      {"sh \"%script%\" \nprintf '%0511dscriptres:\\na\\0b\\n' 0\n\n0\n3\n", wholeLine.c_str()},
+      {"%script%\n\n\n0\n0\n",
+       "301\nScript execution error: exec error: No such file or directory"},  // not replaced
+  };
+  for (const auto& row : rows) EXPECT_EQ(row.second, ReplyOf(ProcessTest_ShellScript, row.first)) << row.first;
+}
+
+std::string Split(String line) {
+  TArguments arguments;
+  SplitCommandLine(line.CStr(), arguments);
+  std::string all;
+  for (int i = 0; i < arguments.count; i++) all += std::string(arguments.argv[i]) + "|";
+  return all;
+}
+
+TEST(ScriptCommandLine, GivesTheArgumentsOfTheWholeExpansion) {
+  std::mt19937 random(7);
+  const std::vector<std::string> parts = {"%script%",
+                                          "%params%",
+                                          "%SCRIPT%",
+                                          "%Params%",
+                                          "%par",
+                                          "ams%",
+                                          "%",
+                                          "a",
+                                          "'",
+                                          "\"",
+                                          "\t",
+                                          " ",
+                                          std::string(1, '\0'),
+                                          std::string(500, ' '),
+                                          std::string(1024, ' '),
+                                          std::string(1500, ' '),
+                                          std::string(300, 'x')};
+  const auto text = [&](unsigned long most) {
+    std::string all;
+    const unsigned long used = 1 + random() % 16;  // some texts have few kinds of parts
+    for (unsigned long n = random() % (most + 1); n > 0; n--)
+      all += parts[(random() % used + n % 2 * 5) % parts.size()];
+    return all;
+  };
+  for (int round = 0; round < 20000; round++) {
+    const std::string scripts[] = {"./tmp-1", "/t ' s/tmp-1", "/%params%/tmp-1", "ams%/tmp-1", "%params/tmp-1"};
+    const std::string line = text(static_cast<unsigned long>(round) % 50), &script = scripts[random() % 5],
+                      params = text(random() % 12).c_str();
+    const String plain =
+        Bytes(line).ReplaceAll("%script%", script.c_str(), 0).ReplaceAll("%params%", params.c_str(), 0);
+    ASSERT_EQ(Split(plain), Split(ExpandCommandLine(Bytes(line), script.c_str(), params.c_str()))) << line << "\n"
+                                                                                                   << script << "\n"
+                                                                                                   << params;
+  }
+}
+
+TEST(ScriptCommandLine, IsNoLongerThanCanBeUsed) {
+  String scripts, marks;
+  for (int n = 0; n < 40000; n++) marks += "%params%", scripts += "%script%";
+  const std::string path = "/" + std::string(500, ' ') + "s";
+  EXPECT_LT(ExpandCommandLine(scripts, path.c_str(), "").Length(), 30000);
+  for (const char c : {'x', ' '}) {
+    const std::string params(100000, c), after = c == ' ' ? Std(marks) : "";
+    EXPECT_LT(ExpandCommandLine(marks, "/s", params.c_str()).Length(), 30000);
+    EXPECT_EQ("/s|last|", Split(ExpandCommandLine(Bytes("%script%" + after + " last"), "/s", params.c_str())));
   }
 }
 
