@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -30,6 +31,14 @@ void CopyRights(const TInputFile& old, int file) {
     mode &= ~static_cast<mode_t>(S_IRWXG);
   }
   (void)fchmod(file, mode);  // stays 0600 else
+}
+
+// The name of what is to become ".Old", until it is whole.  It is cut where a file name has no room for both
+// endings.
+String AsideName(const String& path) {
+  constexpr char ending[] = ".Old.New";
+  const String folder = ExtractFilePath(path);
+  return folder + path.Copy(folder.Length() + 1, NAME_MAX + 1 - static_cast<int>(sizeof ending)) + ending;
 }
 
 // Makes the renames last; a file system that cannot do this has nothing better to offer.
@@ -91,6 +100,8 @@ bool TReplacement::KeepOld(TInputFile& old) {
   String kept = path + ".Old";
   kept.SetZero();
   TReplacement copy(kept.Data());
+  copy.newName = AsideName(path);
+  copy.newName.SetZero();
   const char* aside = copy.NewName().Data();
   (void)unlink(aside);  // a crash may have left it
   if (link(path.Data(), aside) != 0 && !copy.CopyFrom(old)) return false;

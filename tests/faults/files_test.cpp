@@ -1,5 +1,6 @@
 // Files that mean no good: planted at the agent's names, endless folders, and what is no file at all.
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -134,6 +135,22 @@ TEST(Files, PlantedInASharedTemporaryFolderBlockNothing) {
     EXPECT_TRUE(WaitFor([&] { return agent.Read("args") == agent.At("-i @/tav.cfg\n"); })) << what;
     agent.ExpectUntouched(what);
     EXPECT_TRUE(what != "folder" || fs::is_empty(own)) << what;
+  }
+}
+
+// Cure: the name that the old file has meanwhile is cut.
+TEST(Files, AConfigurationOfALongNameKeepsItsOldContent) {
+  for (const size_t length : {247u, 248u, 251u}) {
+    Agent agent;
+    const std::string name(length, 'n');
+    agent.Write(name, agent.Defaults());
+    agent.Launch({"-i", agent.At("@/" + name)});
+    for (const char* comment : {"first", "last"})
+      agent.Expect(std::string("SetSettings|Comment=") + comment, "200");
+    EXPECT_NE(std::string::npos, agent.Read(name + ".Old").find("comment=first")) << length;
+    EXPECT_NE(std::string::npos, agent.Read(name).find("comment=last")) << length;
+    const std::string kept = ".Old.New";
+    EXPECT_FALSE(fs::exists(agent.At("@/" + name.substr(0, 247) + kept))) << length;
   }
 }
 
