@@ -1,6 +1,5 @@
 #include "agent/crash.h"
 
-#include <fcntl.h>
 #include <string.h>
 #include <time.h>
 #include <unistd.h>
@@ -65,10 +64,8 @@ void WriteLine(int fd, const char* begin, const char* end) {
 
 void AppendLine(const char* log, const char* begin, const char* end) {
   if (log[0] == '\0') return;
-  const int fd = open(log, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, kLogFileMode);
-  if (fd < 0) return;
-  WriteLine(fd, begin, end);
-  close(fd);
+  const TFd file = OpenLog(log);
+  if (file.IsOpen()) WriteLine(file.Get(), begin, end);
 }
 
 }  // namespace

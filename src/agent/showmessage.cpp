@@ -1,22 +1,28 @@
 #include "agent/showmessage.h"
 
 #include <fcntl.h>
+#include <limits.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <time.h>
 
+#include <utility>
+
 #include "config/settings.h"
-#include "core/closers.h"
 #include "core/diag.h"
 #include "core/mutex.h"
 #include "core/paths.h"
+#include "core/tempdir.h"
 #include "core/writeall.h"
 #include "net/resolver.h"
 
 namespace {
 
 TMutex showmutex;  // held for one message: its console line and its log lines
+
+constexpr int kMaxOpens = 3;  // of a log that is being moved away
 
 // Where one message goes.
 struct TDestinations {
@@ -37,6 +43,18 @@ TDestinations DestinationsOf(MsgType type, const TTAVSettings& settings) {
 // A line that was cut has lost its line end; it gets one back in the place of its last byte.
 void CloseLine(char* line, int formattedLength) {
   if (formattedLength >= kLogLineBytes + 1) line[kLogLineBytes - 1] = '\n';
+}
+
+// Somebody else may have put there what is no log of ours.  System calls only.
+bool OthersMayWriteBeside(const char* path) {
+  char folder[PATH_MAX];
+  const char* slash = strrchr(path, '/');
+  const size_t n = slash == nullptr ? 0 : static_cast<size_t>(slash - path) + 1;
+  if (n >= sizeof folder) return true;
+  memcpy(folder, path, n);
+  folder[n] = '\0';
+  struct stat status;
+  return stat(n == 0 ? "." : folder, &status) != 0 || OthersMayWrite(status);
 }
 
 }  // namespace
@@ -87,12 +105,28 @@ String LogPath(const String& path, const char* cfgfile) {
   return folder.Length() == 0 ? path : IncludeTrailingPathDelimiter(folder) + path;
 }
 
+TFd OpenLog(const char* path) {
+  const bool shared = OthersMayWriteBeside(path);
+  // Not blocking: a pipe without a reader must not hold up the agent.
+  const int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | (shared ? O_NOFOLLOW : 0);
+  for (int attempt = 0; attempt < kMaxOpens; ++attempt) {
+    TFd file(open(path, flags, kLogFileMode));
+    struct stat opened, named;
+    if (!file.IsOpen() || fstat(file.Get(), &opened) != 0) return TFd();
+    if (!S_ISREG(opened.st_mode) && !S_ISCHR(opened.st_mode)) return TFd();
+    if (!shared) return file;
+    // A hard link leads astray as well.  Looked at by the name: the planter can take a name away meanwhile.
+    if (lstat(path, &named) != 0 || named.st_ino != opened.st_ino || named.st_dev != opened.st_dev) continue;
+    return named.st_nlink == 1 ? std::move(file) : TFd();
+  }
+  return TFd();
+}
+
 void writelog(const String& path, const char* line) {
   if (path.Length() == 0 || line == nullptr) return;
 
   String name(path);
-  // Not blocking: a log that is a pipe without a reader must not hold up the agent.
-  TFd file(open(name.CStr(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, kLogFileMode));
+  const TFd file = OpenLog(name.CStr());
   if (!file.IsOpen()) return;
   (void)WriteAll(file.Get(), line,
                  static_cast<long long>(strlen(line)));  // a full disk costs the line, nothing else

@@ -6,6 +6,7 @@
 
 #include <netinet/in.h>
 
+#include "core/closers.h"
 #include "core/zostring.h"
 
 enum MsgType {
@@ -20,6 +21,12 @@ enum MsgType {
 // wants is neither formatted nor waits for a lock.
 void showmessage(const char* format, in_addr peer, MsgType type, int formatted, ...)
     __attribute__((format(printf, 1, 5)));
+
+// Opens a log for appending, made when it is absent.  Written are regular files and character devices alone.  A
+// link to a log elsewhere is followed, but not where others may write into its folder, who could lead the lines
+// into any file; there a file with a second name is refused as well.  Closed when it cannot be opened.  Never
+// blocks; safe in signal handlers.
+TFd OpenLog(const char* path);
 
 // Appends the line to the file, opened and closed for it.  A bare name lies beside the configuration file.  An
 // empty path or a file that cannot be opened is passed over in silence.

@@ -138,6 +138,35 @@ TEST(Files, PlantedInASharedTemporaryFolderBlockNothing) {
   }
 }
 
+// Cure: a log is a regular file or a device, reached through a link only where nobody else can have put that.
+TEST(Files, PlantedLogsAreNeitherFollowedNorFed) {
+  TGarden agent;
+  for (const char* folder : {"@/open", "@/shut"}) fs::create_directory(agent.At(folder));
+  fs::permissions(agent.At("@/open"), fs::perms::all);
+  agent.Start("badlogfile=@/open/log\nverboselogfile=@/shut/log\n", {"-i", "-v"});
+  for (const std::string what : {"", "symlink", "hard link", "pipe"}) {
+    for (const std::string folder : {"open/log", "shut/log"}) {
+      const bool follows = folder == "shut/log" && what.find("link") != std::string::npos;
+      agent.Plant(what, agent.At("@/" + folder));
+      const int reader = what != "pipe" ? -1 : open(agent.At("@/" + folder).c_str(), O_RDONLY | O_NONBLOCK);
+      agent.Ask("Word-" + std::to_string(agent.Count("Unknown")));
+      char c;
+      EXPECT_TRUE(what != "pipe" || read(reader, &c, 1) <= 0) << folder;
+      close(reader);
+      if (!follows) agent.ExpectUntouched(what + " " + folder);
+      EXPECT_EQ(follows, agent.Read("victim").find("Word-") != std::string::npos) << what << " at " << folder;
+      EXPECT_TRUE(what != "" || agent.Read(folder).find("Word-") != std::string::npos) << folder;
+      fs::remove(agent.At("@/" + folder));
+      fs::remove(agent.At("@/victim"));
+      agent.Write("victim", "precious"), fs::permissions(agent.At("@/victim"), fs::perms::owner_read);
+    }
+  }
+  agent.Plant("symlink", agent.At("@/open/log"));
+  kill(agent.pid, SIGSEGV);
+  EXPECT_TRUE(WaitFor([&] { return agent.Read("shut/log").find("Segmentation fault!!") != std::string::npos; }));
+  agent.ExpectUntouched("a fault");
+}
+
 // Cure: the name that the old file has meanwhile is cut.
 TEST(Files, AConfigurationOfALongNameKeepsItsOldContent) {
   for (const size_t length : {247u, 248u, 251u}) {
