@@ -55,11 +55,15 @@ TEST(SearchForExpression, KeepsItsOddities) {  // a number loses two digits, an 
 
 TEST(SearchForExpression, AgreesWithAPlainEvaluatorAndWithTheFilter) {
   for (int i = 0; i < 20000; i++) {
-    const std::string line = RandomText(rng, 6, "ab AB.");
+    const std::string line = RandomText(rng, i % 9 ? 6 : 40, "ab AB.");
     std::string text;
     const bool expected = RandomGroup(2, line, text);
     EXPECT_EQ(expected, SearchForExpression(Bytes(line), Bytes(text), 1, 0)) << line << ": " << text;
     if (i % 2) text = RandomText(rng, 12, "'a'\"b'not and or()12 \tNOT\x80");
+    for (int n = i % 8 ? 0 : 60; n > 0; n--) {  // so many that they are looked for together
+      text = "'" + RandomText(rng, 3, "abAB.") + "'" + (rng() % 3 ? " or " : " and ") + text;
+      if (rng() % 9 == 0) text = (rng() % 2 ? "(" : "not(") + text + ")";
+    }
     const String word = Bytes(RandomText(rng, 3, "abB.")), s = Bytes(line), expr = Bytes(text);
     const int cs = rng() % 2, ww = rng() % 2;
     EXPECT_EQ(SearchForExpression(s, expr, cs, ww), Filtered(s, expr, 1, cs, ww)) << line << ": " << text;
@@ -73,4 +77,17 @@ TEST(LineFilter, TakesMegabytesOfExpressionInLinearTime) {
     while (text.size() < 3000000) text += piece;
     EXPECT_EQ(0, Filtered("b", Bytes(text), 1, 1, 0)) << piece;
   }
+}
+
+TEST(LineFilter, FindsAnyOfManyOperandsInManyLinesSwiftly) {
+  const auto numbered = [](int i) { return std::string(30, 'x') + std::to_string(100000 + i); };
+  std::string text = "'nothing'";
+  for (int i = 0; i < 50000; i++) text += " or '" + numbered(i) + "'";
+  TLineFilter filter(Bytes(text), 1, 1, 0);
+  const clock_t start = clock();
+  for (int i = 0; i < 10000; i++) {
+    const std::string line = std::string(i % 50, '-') + numbered(i * 6);
+    EXPECT_EQ(i * 6 < 50000, filter.Search(line.data(), static_cast<int>(line.size()))) << i;
+  }
+  EXPECT_LT((clock() - start) / CLOCKS_PER_SEC, 8) << "each operand in each line would take a minute";
 }

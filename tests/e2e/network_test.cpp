@@ -1,7 +1,10 @@
 // Probes and sends against real counterparts on the loopback interface.
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <sys/socket.h>
 
+#include <filesystem>
+#include <functional>
 #include <future>
 #include <regex>
 
@@ -92,6 +95,61 @@ TEST(Network, SendsOneOrTwoPieces) {
   agent.Expect("ACT-TCPUDPsend||9|0|x|0|", "501|Wrong parameter");
   EXPECT_LT(watch.Seconds(), 30) << "without second data nothing waits";
   EXPECT_EQ("data", datagrams.Receive());
+}
+
+// Sends a request and resets the connection once it is being carried out.
+void AskAndReset(const Agent& agent, const std::string& request, const std::function<bool()>& begun) {
+  const std::string text = std::regex_replace(request, std::regex("\\|"), "\r\n") + "\r\n";
+  const Socket peer = Connect(agent.port);
+  peer.Send(Seal(text, agent.password, "session").Bytes());
+  EXPECT_TRUE(WaitFor(begun)) << request;
+  const linger reset = {1, 0};
+  setsockopt(peer.Descriptor(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+}
+
+TEST(Network, AResetEndsTheSessionAndAHalfClosedPeerIsWaitedFor) {
+  Agent agent("tcpudpaction=1\ndelayforscripts=2000000000\n");
+  const Socket server = ServeTcp(), mute = ServeUdp();
+  const auto busy = [&] { return agent.Ask("GetInfo").find("\nActiveConnections=2\n") != std::string::npos; };
+  const auto alone = [&] { return agent.Ask("GetInfo").find("\nActiveConnections=1\n") != std::string::npos; };
+  Socket client;
+  const auto connected = [&] { return (client = Accept(server)).Descriptor() >= 0; };
+  const std::string probe = To("TEST-UDP", mute.Port()), send = To("ACT-TCPUDPsend", server.Port()) + "0|";
+  const std::string huge(3 << 20, 'x');  // more than the buffers between the two hold
+  const std::tuple<std::string, std::function<bool()>> rows[] = {
+      {probe + "-5000|200000000|x|9", busy},
+      {probe + "2000000000|1|x|9", busy},
+      {To("TEST-TCP", server.Port()) + "2000000000|x|9", connected},
+      {send + "one|2000000000|two", connected},
+      {send + huge + huge + huge + "|0|", connected},
+      {"TEST-ShellScript|/bin/sh %script%|touch @/run||5|0", busy},
+  };
+  for (const auto& [request, begun] : rows) {
+    AskAndReset(agent, agent.At(request), begun);
+    EXPECT_TRUE(WaitFor(alone)) << request.substr(0, 60);
+  }
+  EXPECT_FALSE(std::filesystem::exists(agent.At("@/run")));
+  AskAndReset(agent, send + "one|3|two", connected);
+  EXPECT_EQ("one", client.Receive());
+  EXPECT_TRUE(client.EndsSilently()) << "nothing more is sent for who has gone";
+
+  const Socket half = Connect(agent.port);
+  half.Send(Seal("TEST-UDP\r\n127.0.0.1\r\n" + std::to_string(mute.Port()) + "\r\n1000\r\n2\r\nx\r\n9\r\n",
+                 agent.password, "session")
+                .Bytes());
+  shutdown(half.Descriptor(), SHUT_WR);
+  EXPECT_EQ("301\nTimeout\n0", ReadReply(half, "session"));
+}
+
+TEST(Network, APortOutOfRangeEndsTheStartWithFour) {
+  for (const char* port : {"70000", "-5"}) {
+    Agent agent;
+    agent.Write("tav.cfg", std::string("port=") + port + "\n" + agent.Defaults());
+    EXPECT_EQ(4, agent.Run({"-i", "tav.cfg"})) << port;
+    const std::string shown = "Sock testing .. TCP listen error:\nServname not supported for ai_socktype\n\n";
+    EXPECT_EQ(shown, agent.Console().substr(std::min(agent.Console().size(), agent.Console().find("Sock"))))
+        << port;
+  }
 }
 
 TEST(Network, SyslogSendsOneDatagram) {
