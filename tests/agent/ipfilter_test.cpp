@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <time.h>
 
 #include <algorithm>
 #include <random>
