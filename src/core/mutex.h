@@ -5,8 +5,9 @@
 //   showmutex      console and log files, a line at a time                      (agent/showmessage.cpp)
 //   fidmutex       the running number of temporary file names                   (core/tempfile.cpp)
 //   registermutex  the list of files that must not outlive the process          (core/tempregister.cpp)
-//   thread_mutex   the session counters and the upgrade flag                    (agent/session.cpp)
-//   upgrade_mutex  the upgrade in progress                                      (agent/upgrade.cpp)
+//   leftmutex      the children that nobody waits for                           (core/childwait.cpp)
+//   upgrade_mutex  the upgrade in progress and the one that awaits hand-over    (agent/upgrade.cpp)
+//   workersMutex   the list of idle session threads                             (agent/workers.cpp)
 // None is held while another is taken, and none over a name lookup, a child or a socket.
 #pragma once
 
