@@ -2,6 +2,8 @@
 
 #include <sys/utsname.h>
 
+#include <utility>
+
 #include "config/agent_status.h"
 #include "config/settings.h"
 #include "config/settings_keys.h"
@@ -69,8 +71,14 @@ void AddStatus(TAVReply& reply, const TTAVSettings& settings) {
   AddHost(reply);
 }
 
+// What a request sets.
+struct TChanges {
+  TTAVSettings values;
+  bool named[kSettingCount] = {};
+};
+
 // A line without "=" and a name that is unknown or not to be set from afar are passed over without a word.
-void TakeLine(TTAVSettings& settings, const String& line) {
+void TakeLine(TChanges& changes, const String& line) {
   const int equals = line.Pos('=');
   if (equals == 0) return;
 
@@ -79,7 +87,19 @@ void TakeLine(TTAVSettings& settings, const String& line) {
 
   String value = line.Copy(equals + 1, line.Length() - equals);
   value.Trim();
-  TakeRemoteValue(settings, *key, value);
+  TakeRemoteValue(changes.values, *key, value);
+  changes.named[key - kSettingKeys] = true;
+}
+
+void Apply(TChanges& changes, TTAVSettings& settings) {
+  for (const TSettingKey& key : kSettingKeys) {
+    if (!changes.named[&key - kSettingKeys]) continue;
+    if (key.field.text != nullptr) {
+      settings.*key.field.text = std::move(changes.values.*key.field.text);
+    } else {
+      settings.*key.field.number = changes.values.*key.field.number;
+    }
+  }
 }
 
 }  // namespace
@@ -95,16 +115,19 @@ void GetAgentSettings(const BVRequest&, TAVReply& reply) {
 }
 
 void SetAgentSettings(const BVRequest& request, TAVReply& reply) {
+  // Taken apart before the lock is held: there may be megabytes of it.
+  TChanges changes;
+  const int count = request.GetParamsCount();
+  for (int i = 1; i <= count; ++i) TakeLine(changes, request.GetParam(i, 1));
+
   String message;
   int saved = 0;
   {
     TLock lock(optmutex);
-    const int count = request.GetParamsCount();
-    for (int i = 1; i <= count; ++i) {
-      TakeLine(TAVSettings, request.GetParam(i, 1));
-    }
-    saved = TAVSettings.SaveOptions_(message);
-    PublishSettings();
+    TTAVSettings next(TAVSettings);  // a change that memory does not suffice for is not made by half
+    Apply(changes, next);
+    saved = next.SaveOptions_(message);
+    PublishSettings(std::move(next));
   }
   if (!saved) return Answer(reply, kFailed, message);
   reply.SetResult(kDone);

@@ -2,6 +2,8 @@
 
 #include <memory>
 #include <mutex>
+#include <new>
+#include <type_traits>
 #include <utility>
 
 #include "config/settings_keys.h"
@@ -134,8 +136,7 @@ int TTAVSettings::LoadOptions(String& message) {
   if (!aside.ReadFile(message)) return 0;
 
   const int usable = Check(aside, message);
-  TAVSettings = std::move(aside);
-  PublishSettings();
+  PublishSettings(std::move(aside));
   return usable;
 }
 
@@ -144,6 +145,18 @@ int TTAVSettings::SaveOptions(String& message) {
   const int saved = TAVSettings.SaveOptions_(message);
   PublishSettings();
   return saved;
+}
+
+bool TTAVSettings::ReplacePort(int unusable, int port) {
+  if (!optmutex.TryLock()) return false;
+  TLock lock(optmutex, TLocked{});
+  try {
+    if (TAVSettings.port == unusable) TAVSettings.port = port;
+    PublishSettings();
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
 }
 
 int TTAVSettings::LoadOptions_(String& message) {
@@ -176,4 +189,12 @@ TPasswordKeysPtr PasswordInForce() {
 void PublishSettings() {
   const TPublishedPtr last = std::atomic_load(&Published());
   std::atomic_store(&Published(), Prepare(TAVSettings, last.get()));
+}
+
+void PublishSettings(TTAVSettings next) {
+  static_assert(std::is_nothrow_move_assignable_v<TTAVSettings>);
+  const TPublishedPtr last = std::atomic_load(&Published());
+  TPublishedPtr prepared = Prepare(next, last.get());
+  TAVSettings = std::move(next);
+  std::atomic_store(&Published(), std::move(prepared));
 }

@@ -24,6 +24,9 @@ class TTAVSettings {
   // all the same.  A save waits for the disk.  Any thread.
   static int LoadOptions(String& message) EXCLUDES(optmutex);
   static int SaveOptions(String& message) EXCLUDES(optmutex);
+  // Puts `port` in the place of one that cannot be opened, unless another was set in the meantime.  Never waits:
+  // false when a load or a save is under way, or memory is short; to be tried again then.
+  static bool ReplacePort(int unusable, int port) EXCLUDES(optmutex);
 
   // Reads `cfgfile` over the reset values.  Returns 1 when the settings are usable; else 0, with every problem in
   // `message` and what was read in the object.  The message may hold a warning on success too.
@@ -111,3 +114,5 @@ TPasswordKeysPtr PasswordInForce();
 
 // Makes the master copy the settings in force.
 void PublishSettings() REQUIRES(optmutex);
+// Makes `next` the master copy and the settings in force; when memory is short it throws and changes neither.
+void PublishSettings(TTAVSettings next) REQUIRES(optmutex);

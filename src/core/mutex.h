@@ -25,6 +25,7 @@
 #define EXCLUDES(m) TAV_ANNOTATE(locks_excluded(m))
 #define ACQUIRE(...) TAV_ANNOTATE(acquire_capability(__VA_ARGS__))
 #define RELEASE(...) TAV_ANNOTATE(release_capability(__VA_ARGS__))
+#define TRY_ACQUIRE(...) TAV_ANNOTATE(try_acquire_capability(__VA_ARGS__))
 
 class CAPABILITY("mutex") TMutex {
  public:
@@ -33,6 +34,7 @@ class CAPABILITY("mutex") TMutex {
   TMutex& operator=(const TMutex&) = delete;
 
   void Lock() ACQUIRE() { pthread_mutex_lock(&mutex); }
+  bool TryLock() TRY_ACQUIRE(true) { return pthread_mutex_trylock(&mutex) == 0; }
   void Unlock() RELEASE() { pthread_mutex_unlock(&mutex); }
   pthread_mutex_t* Native() { return &mutex; }  // for condition variables
 
@@ -40,9 +42,12 @@ class CAPABILITY("mutex") TMutex {
   pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
 };
 
+struct TLocked {};  // the caller has locked the mutex already
+
 class SCOPED_CAPABILITY TLock {
  public:
   explicit TLock(TMutex& m) ACQUIRE(m) : mutex(m) { mutex.Lock(); }
+  TLock(TMutex& m, TLocked) REQUIRES(m) : mutex(m) {}
   ~TLock() RELEASE() { mutex.Unlock(); }
   TLock(const TLock&) = delete;
   TLock& operator=(const TLock&) = delete;
