@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <exception>
 #include <utility>
 
 #include "agent/flags.h"
@@ -29,9 +30,18 @@ TFd ListenOnce(int port, String& error) {
   return TFd(fd);
 }
 
+// An attempt that memory does not suffice for has failed like any other.
+TFd TryListening(int port, String& error) {
+  try {
+    return ListenOnce(port, error);
+  } catch (const std::exception&) {
+    return TFd();
+  }
+}
+
 void Open(const TOpeningJob& job) {
   String ignored;  // what is told of a move does not name the reason
-  job.outcome->socket = ListenOnce(job.port, ignored);
+  job.outcome->socket = TryListening(job.port, ignored);
   job.outcome->known = true;
 }
 
@@ -51,7 +61,7 @@ bool NeedsLookup(String host) {
 
 TFd Listen(String& error) {
   for (int attempt = 0; attempt < kListenAttempts; ++attempt) {
-    TFd fd = ListenOnce(SettingsInForce()->port, error);
+    TFd fd = TryListening(SettingsInForce()->port, error);
     if (fd.IsOpen()) return fd;
     sleep(1);
   }
@@ -59,9 +69,11 @@ TFd Listen(String& error) {
 }
 
 void TPortOpening::Begin(int port) {
-  outcome = std::make_shared<TOutcome>();
-  auto job = std::make_unique<TOpeningJob>(TOpeningJob{port, outcome});
-  if (!NeedsLookup(SettingsInForce()->host)) return Open(*job);
+  auto begun = std::make_shared<TOutcome>();
+  auto job = std::make_unique<TOpeningJob>(TOpeningJob{port, begun});
+  const bool lookup = NeedsLookup(SettingsInForce()->host);
+  outcome = std::move(begun);  // from here on nothing throws: it will be known
+  if (!lookup) return Open(*job);
   if (StartThread(OpeningMain, job.get())) {
     (void)job.release();  // the thread's now
   } else {

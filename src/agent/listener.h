@@ -16,7 +16,8 @@ TFd Listen(String& error);
 // name server may be silent for long.  Main thread only.
 class TPortOpening {
  public:
-  // Goes on by itself and wakes the main loop in the end.  An attempt before this one is forgotten.
+  // Goes on by itself and wakes the main loop in the end.  An attempt before this one is forgotten, unless memory
+  // is short: then it throws and nothing has begun.
   void Begin(int port);
   bool Begun() const { return outcome != nullptr; }
   // True once it is known how it went, and only once; the socket is closed when the port can't be opened.

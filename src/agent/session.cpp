@@ -151,7 +151,7 @@ void ClientExecute(TConnection& connection) {
   UpgradeRec upgrade;
   try {
     if (Serve(connection, upgrade)) Drain(connection.socket.Get());
-  } catch (const std::bad_alloc&) {
+  } catch (const std::exception&) {
     // Out of memory: this session goes without an answer, the agent goes on.
   }
   EndSession(connection.socket);

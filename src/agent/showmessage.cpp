@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <time.h>
 
+#include <exception>
 #include <utility>
 
 #include "config/settings.h"
@@ -95,7 +96,11 @@ void showmessage(const char* format, in_addr peer, MsgType type, int formatted, 
   CloseLine(line, snprintf(line, sizeof line, "[%2.2d/%2.2d/%2.2d %s]\t %s\t %s", local.tm_mon + 1, local.tm_mday,
                            local.tm_year + 1900, clock, address, text));
   for (const String* log : to.logs) {
-    if (log != nullptr) writelog(LogPath(*log, settings->cfgfile), line);
+    try {
+      if (log != nullptr) writelog(LogPath(*log, settings->cfgfile), line);
+    } catch (const std::exception&) {
+      // A lack of memory costs the line, never what the message is about.
+    }
   }
 }
 

@@ -18,7 +18,7 @@ enum MsgType {
 
 // `peer` 0 means the agent itself.  With `formatted` the text is a printf format for the further arguments, without
 // it is taken as it stands.  At most 512 bytes of a line are kept, its line end among them.  A message that nobody
-// wants is neither formatted nor waits for a lock.
+// wants is neither formatted nor waits for a lock.  Never throws.
 void showmessage(const char* format, in_addr peer, MsgType type, int formatted, ...)
     __attribute__((format(printf, 1, 5)));
 

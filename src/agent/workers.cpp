@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <time.h>
 
+#include <exception>
 #include <initializer_list>
 #include <utility>
 
@@ -62,11 +63,19 @@ bool AwaitWork(TIdleWorker& worker) {
   return true;
 }
 
+// What a session throws is its own affair, also what it throws at its end.
+void Work(TConnection& connection) {
+  try {
+    ClientExecute(connection);
+  } catch (const std::exception&) {
+  }
+}
+
 void* WorkerMain(void* argument) {
   TIdleWorker worker;
   worker.work.reset(static_cast<TConnection*>(argument));
   do {
-    ClientExecute(*worker.work);
+    Work(*worker.work);
     worker.work.reset();
   } while (AwaitWork(worker));
   return nullptr;
