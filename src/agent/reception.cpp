@@ -2,15 +2,18 @@
 
 #include <errno.h>
 #include <sys/epoll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 #include "agent/flags.h"
 #include "agent/showmessage.h"
 #include "agent/workers.h"
 #include "config/settings.h"
+#include "core/treewalk.h"
 #include "protocol/bvrequest.h"
 #include "protocol/tav_const.h"
 
@@ -20,8 +23,19 @@ constexpr int kBuffer = 64 * kChunk;
 constexpr int kReadsPerTurn = 4;                     // then the next connection has its turn
 constexpr size_t kMostWaiting = 65536;               // records of some 250 bytes
 constexpr long long kMostHeld = 24LL * 1024 * 1024;  // bytes of unfinished packets, all together
-constexpr size_t kRoomShare =
-    2;  // one in so many makes room: accepting rests after it, and a crowd outside must not win
+constexpr size_t kRoomShare = 2;                     // one in so many makes room, and not only for one more
+// What sessions have for themselves where descriptors are few: a tree walk's, its connection, and the agent's own.
+constexpr rlim_t kSessionDescriptors = kWalkDescriptors + 16;
+
+// Half of the descriptors, or fewer: however many connections wait to be received, sessions find what they need.
+size_t MostAtOnce() {
+  rlimit files = {};
+  (void)getrlimit(RLIMIT_NOFILE, &files);
+  const rlim_t limit = files.rlim_cur;
+  const rlim_t left = limit > kSessionDescriptors ? limit - kSessionDescriptors : 0;
+  const rlim_t share = std::min(limit / 2, std::max(left, limit / 4));
+  return static_cast<size_t>(std::clamp<rlim_t>(share, 1, kMostWaiting));
+}
 
 // How much of the packet is still to come, as far as it has told.
 long long MissingBytes(const TPacketHead& head) {
@@ -30,12 +44,13 @@ long long MissingBytes(const TPacketHead& head) {
 
 }  // namespace
 
-TReception::TReception(int epollDescriptor) : epoll(epollDescriptor), buffer(new char[kBuffer]) {}
+TReception::TReception(int epollDescriptor)
+    : epoll(epollDescriptor), mostAtOnce(MostAtOnce()), buffer(new char[kBuffer]) {}
 
 void TReception::Admit(TFd socket, in_addr peer) {
-  BeginSession();
-  if (waiting.size() >= kMostWaiting) End(waiting.front());
+  if (waiting.size() >= mostAtOnce) End(waiting.front());
   waiting.emplace_back();
+  BeginSession();
   TPending& pending = waiting.back();
   pending.self = std::prev(waiting.end());
   pending.socket = std::move(socket);
@@ -50,6 +65,14 @@ void TReception::Admit(TFd socket, in_addr peer) {
 
 void TReception::Readable(TPending& pending) {
   if (!pending.socket.IsOpen()) return;  // left while this event was waiting its turn
+  try {
+    Receive(pending);
+  } catch (const std::exception&) {
+    if (pending.socket.IsOpen()) End(pending);
+  }
+}
+
+void TReception::Receive(TPending& pending) {
   for (int reads = 0; reads < kReadsPerTurn; ++reads) {
     const int size = NextReadSize(MissingBytes(pending.head), kBuffer);
     const ssize_t n = recv(pending.socket.Get(), buffer.get(), static_cast<size_t>(size), 0);
@@ -83,15 +106,19 @@ bool TReception::Take(TPending& pending, int n) {
 void TReception::Judge(TPending& pending, int n) {
   if (pending.hopeless) return;
   const TPacketHead& head = pending.head;
-  const int before = pending.packet.Length();
   if (head.Hopeless(*PasswordInForce()) || head.Declared() > kMaxPacket) {
     pending.hopeless = true;
     pending.packet = String();
   } else if (head.Received() >= TPacketHead::kKept || head.Whole()) {
-    if (before == 0) pending.packet.AddData(head.Kept(), static_cast<int>(head.Received() - n));
+    if (pending.packet.Length() == 0) pending.packet.AddData(head.Kept(), static_cast<int>(head.Received() - n));
     pending.packet.AddData(buffer.get(), n);
   }
-  held += pending.packet.Length() - before;
+  Count(pending);
+}
+
+void TReception::Count(TPending& pending) {
+  held += pending.packet.Length() - pending.counted;
+  pending.counted = pending.packet.Length();
 }
 
 void TReception::Complete(TPending& pending) {
@@ -102,7 +129,6 @@ void TReception::Complete(TPending& pending) {
   }
   auto connection = std::make_unique<TConnection>();
   connection->peer = pending.peer;
-  held -= pending.packet.Length();
   connection->packet = std::move(pending.packet);
   connection->socket = Remove(pending);
   if (!RunSession(connection)) EndSession(connection->socket);
@@ -116,9 +142,11 @@ void TReception::End(TPending& pending) {
 TFd TReception::Remove(TPending& pending) {
   // Closing alone would not do: a child that is just being started still holds the socket, and events would go on
   // to name a record that is gone.
-  epoll_ctl(epoll, EPOLL_CTL_DEL, pending.socket.Get(), nullptr);
-  held -= pending.packet.Length();
+  for (int tries = 0; tries < 2; ++tries) {
+    if (epoll_ctl(epoll, EPOLL_CTL_DEL, pending.socket.Get(), nullptr) == 0 || errno == ENOENT) break;
+  }
   pending.packet = String();  // at once: it no longer counts as held
+  Count(pending);
   gone.splice(gone.end(), waiting, pending.self);
   return std::move(pending.socket);
 }
@@ -137,6 +165,8 @@ int TReception::MsUntilExpiry(int most) const {
   return static_cast<int>(std::clamp<long long>(left, 0, most));
 }
 
-void TReception::MakeRoom() {
+bool TReception::MakeRoom() {
+  if (waiting.empty()) return false;
   for (size_t n = waiting.size() / kRoomShare + 1; n > 0 && !waiting.empty(); --n) End(waiting.front());
+  return true;
 }

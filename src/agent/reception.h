@@ -27,31 +27,38 @@ class TReception {
     TPacketHead head;
     String packet;           // what was received, once the head has proved good
     bool hopeless = false;   // a stranger's: nothing is kept
+    int counted = 0;         // bytes of `packet` that `held` counts
     long long lastData = 0;  // seconds of CLOCK_MONOTONIC
     std::list<TPending>::iterator self;
   };
 
-  // Begins a session on an accepted, non-blocking socket.
+  // Begins a session on an accepted, non-blocking socket.  When as many as may are being received, the longest
+  // silent one makes room.  Throws when memory is short, and nothing has begun then.
   void Admit(TFd socket, in_addr peer);
-  // Receives what there is, within bounds; hands a whole packet to a session thread.
+  // Receives what there is, within bounds; hands a whole packet to a session thread.  A lack of memory ends the
+  // session.
   void Readable(TPending& pending);
   // Ends the sessions that have been silent for longer than the settings allow.
   void ExpireSilent();
   // Milliseconds until ExpireSilent has something to do; `most` when that is later.
   int MsUntilExpiry(int most) const;
-  // Ends the sessions that have waited longest, to make room: descriptors have run out.
-  void MakeRoom();
+  // Ends the sessions that have waited longest, to make room: descriptors or memory have run out.  False when there
+  // is none to end.
+  bool MakeRoom();
   // Frees the records of sessions that have left.  Not while events that may name them are still being worked off.
   void Sweep() { gone.clear(); }
 
  private:
+  void Receive(TPending& pending);
   bool Take(TPending& pending, int n);
   void Judge(TPending& pending, int n);
   void Complete(TPending& pending);
+  void Count(TPending& pending);
   void End(TPending& pending);
   TFd Remove(TPending& pending);
 
   int epoll;
+  size_t mostAtOnce;  // connections received at once
   std::unique_ptr<char[]> buffer;
   std::list<TPending> waiting;  // the longest silent first
   std::list<TPending> gone;     // sessions that have left, until the next sweep
