@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 #include "agent/crash.h"
@@ -26,7 +27,7 @@
 namespace {
 
 constexpr int kTickMs = 1000;
-constexpr int kAcceptPauseMs = 100;  // while descriptors or memory are short
+constexpr int kAcceptPauseMs = 100;  // while descriptors or memory are short and no room can be made
 constexpr int kAcceptsPerTurn = 64;  // then those already here have their turn
 constexpr int kEventsPerTurn = 256;
 
@@ -53,42 +54,72 @@ TMainLoop::TMainLoop(TFd listeningSocket, TPidFile& file, char** arguments, char
   epoll_event event = {};
   event.events = EPOLLIN;
   event.data.ptr = &wake;
-  epoll_ctl(epoll.Get(), EPOLL_CTL_ADD, wake.Get(), &event);
+  if (epoll_ctl(epoll.Get(), EPOLL_CTL_ADD, wake.Get(), &event) != 0) startError = errno;
   SetWakeFd(wake.Get());
   WatchListener(true);
 }
 
+// A listener that is not watched, or can't be, is watched again after the pause.
 void TMainLoop::WatchListener(bool watched) {
-  acceptAgainMs = watched ? 0 : MonotonicMs() + kAcceptPauseMs;
+  acceptAgainMs = 0;
+  if (!listener.IsOpen()) return;
   epoll_event event = {};
   if (watched) event.events = EPOLLIN;
   event.data.ptr = &listener;
-  if (epoll_ctl(epoll.Get(), EPOLL_CTL_MOD, listener.Get(), &event) == 0 || errno != ENOENT) return;
-  epoll_ctl(epoll.Get(), EPOLL_CTL_ADD, listener.Get(), &event);
+  const bool done = epoll_ctl(epoll.Get(), EPOLL_CTL_MOD, listener.Get(), &event) == 0 ||
+                    (errno == ENOENT && epoll_ctl(epoll.Get(), EPOLL_CTL_ADD, listener.Get(), &event) == 0);
+  if (!watched || !done) acceptAgainMs = MonotonicMs() + kAcceptPauseMs;
+}
+
+// Closing alone would not do: a child that is just being started still holds the socket, which would stay watched
+// and readable.
+void TMainLoop::CloseListener() {
+  epoll_ctl(epoll.Get(), EPOLL_CTL_DEL, listener.Get(), nullptr);
+  listener.Reset();
 }
 
 int TMainLoop::Run() {
   int status = 0;
-  epoll_event events[kEventsPerTurn];
-  while (CheckFlags(status) && CheckPort(status)) {
-    OncePerSecond();
-    const int n = epoll_wait(epoll.Get(), events, kEventsPerTurn, WaitMs());
-    bool connections = false;
-    for (int i = 0; i < n; ++i) {
-      if (events[i].data.ptr == &wake) {
-        uint64_t count;
-        (void)!read(wake.Get(), &count, sizeof count);  // the words tell what it is about
-      } else if (events[i].data.ptr == &listener) {
-        connections = true;
-      } else {
-        reception.Readable(*static_cast<TReception::TPending*>(events[i].data.ptr));
-      }
-    }
-    reception.ExpireSilent();
-    reception.Sweep();
-    if (connections && !AcceptAll(status)) break;
+  if (startError != 0) {
+    showmessage("Cannot wait for connections: %s\n", kNoPeer, mtFailure, 1, strerror(startError));
+    pidFile.closepidfile();
+    return 4;
   }
+  while (Spared(&TMainLoop::CheckFlags, status) && Spared(&TMainLoop::CheckPort, status) &&
+         Spared(&TMainLoop::ServeOnce, status))
+    continue;
   return status;
+}
+
+// A lack of memory costs what it meets: one connection, or this attempt at what stays due and is tried again.
+bool TMainLoop::Spared(bool (TMainLoop::*step)(int& status), int& status) {
+  try {
+    return (this->*step)(status);
+  } catch (const std::exception&) {
+    return true;
+  }
+}
+
+// Waits and works off what has come; false when the listener is broken.
+bool TMainLoop::ServeOnce(int& status) {
+  OncePerSecond();
+  configLoads.Begin();
+  epoll_event events[kEventsPerTurn];
+  const int n = epoll_wait(epoll.Get(), events, kEventsPerTurn, WaitMs());
+  bool connections = false;
+  for (int i = 0; i < n; ++i) {
+    if (events[i].data.ptr == &wake) {
+      uint64_t count;
+      (void)!read(wake.Get(), &count, sizeof count);  // the words tell what it is about
+    } else if (events[i].data.ptr == &listener) {
+      connections = listener.IsOpen();
+    } else {
+      reception.Readable(*static_cast<TReception::TPending*>(events[i].data.ptr));
+    }
+  }
+  reception.ExpireSilent();
+  reception.Sweep();
+  return !connections || AcceptAll(status);
 }
 
 int TMainLoop::WaitMs() {
@@ -112,13 +143,10 @@ void TMainLoop::OncePerSecond() {
 bool TMainLoop::CheckFlags(int& status) {
   if (TakeCrashRestart()) {
     // Another thread may have stopped in the middle of anything: no lock, no memory, no stream.
-    listener.Reset();
+    CloseListener();
     RestartFromRecord();
   }
-  if (TakeConfigReload()) {
-    String ignored;  // there is nobody to tell
-    (void)TTAVSettings::LoadOptions(ignored);
-  }
+  if (TakeConfigReload()) configLoads.Ask();
   if (TAVFlags.terminate) {
     showmessage("Terminate request received. Terminating..\n", kNoPeer, mtInfo, 0);
     pidFile.closepidfile();
@@ -155,7 +183,7 @@ void TMainLoop::HandOver() {
 
 // Returns only when it failed; the port stays closed then.
 void TMainLoop::Replace(const char* path) {
-  listener.Reset();
+  CloseListener();
   pidFile.closepidfile();
   fflush(stdout);
   ReplaceProcess(path, argv, envp);
@@ -184,6 +212,7 @@ bool TMainLoop::CheckPort(int& status) {
     portSwitch.nextMs = MonotonicMs() + kTickMs;
     return true;
   }
+  CloseListener();
   listener = std::move(fresh);
   WatchListener(true);
   currentPort = port;
@@ -191,15 +220,12 @@ bool TMainLoop::CheckPort(int& status) {
   return true;
 }
 
-// The new port cannot be opened: the settings get the old one back.
+// The new port cannot be opened: the settings get the old one back, at a later turn if a save is under way.  A port
+// that was set in the meantime is the next to be tried.
 bool TMainLoop::FallBack(int& status) {
-  showmessage("Error: cannot open new port for listening\n", kNoPeer, mtFailure, 0);
-  {
-    TLock lock(optmutex);
-    // A port that was set in the meantime is the next to be tried.
-    if (TAVSettings.port == portSwitch.target) TAVSettings.port = currentPort;
-    PublishSettings();
-  }
+  if (!portSwitch.failed) showmessage("Error: cannot open new port for listening\n", kNoPeer, mtFailure, 0);
+  portSwitch.failed = true;
+  if (!TTAVSettings::ReplacePort(portSwitch.target, currentPort)) return true;
   portSwitch = TPortSwitch();
   if (!listener.IsOpen()) {  // after a replacement that failed there is none to return to
     String error;
@@ -217,6 +243,7 @@ bool TMainLoop::FallBack(int& status) {
 
 // False when the listener is broken.
 bool TMainLoop::AcceptAll(int& status) {
+  int roomMadeAt = -1;
   for (int i = 0; i < kAcceptsPerTurn; ++i) {
     sockaddr_in address = {};
     socklen_t length = sizeof address;
@@ -229,8 +256,16 @@ bool TMainLoop::AcceptAll(int& status) {
     const int error = errno;
     if (error == EAGAIN || error == EWOULDBLOCK) return true;
     if (IsShortage(error)) {
-      PauseAccepting(error);
-      return true;
+      const bool first = roomMadeAt < 0, taken = !first && i > roomMadeAt + 1;
+      const bool room = first && reception.MakeRoom();
+      Complain(error);
+      if (taken) return true;  // those here have their turn first
+      if (!room) {
+        WatchListener(false);  // or the loop would spin on a connection that it cannot take
+        return true;
+      }
+      roomMadeAt = i;
+      continue;
     }
     if (IsFatal(error)) {
       showmessage("Accept fatal error: %s\n\n", kNoPeer, mtFailure, 1, strerror(error));
@@ -255,11 +290,7 @@ void TMainLoop::Admit(TFd socket, in_addr peer) {
   reception.Admit(std::move(socket), peer);
 }
 
-// The listener rests for a moment, or the loop would spin on a connection that it cannot take.
-void TMainLoop::PauseAccepting(int error) {
-  reception.MakeRoom();
-  reception.Sweep();
-  WatchListener(false);
+void TMainLoop::Complain(int error) {
   const long long now = MonotonicSeconds();
   if (now == lastComplaintS) return;
   lastComplaintS = now;

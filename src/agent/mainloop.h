@@ -1,6 +1,7 @@
 // The accept loop, and all that other threads and handlers ask of the main thread.
 #pragma once
 
+#include "agent/configloads.h"
 #include "agent/daemon.h"
 #include "agent/listener.h"
 #include "agent/reception.h"
@@ -11,7 +12,7 @@ class TMainLoop {
  public:
   TMainLoop(TFd listeningSocket, TPidFile& file, char** argv, char** envp);
 
-  // Serves until the agent is told to end.  Returns the exit status.
+  // Serves until the agent is told to end or cannot begin to serve.  Returns the exit status.
   int Run();
 
  private:
@@ -20,9 +21,12 @@ class TMainLoop {
     int target = 0;
     int attempts = 0;
     long long nextMs = 0;
+    bool failed = false;  // and told
     TPortOpening opening;
   };
 
+  bool Spared(bool (TMainLoop::*step)(int& status), int& status);
+  bool ServeOnce(int& status);
   bool CheckFlags(int& status);
   void Reload();
   void HandOver();
@@ -30,9 +34,10 @@ class TMainLoop {
   bool CheckPort(int& status);
   bool FallBack(int& status);
   void WatchListener(bool watched);
+  void CloseListener();
   bool AcceptAll(int& status);
   void Admit(TFd socket, in_addr peer);
-  void PauseAccepting(int error);
+  void Complain(int error);
   void OncePerSecond();
   int WaitMs();
 
@@ -43,6 +48,8 @@ class TMainLoop {
   char** argv;
   char** envp;
   int currentPort;
+  int startError = 0;  // 0: the wake descriptor is watched
+  TConfigLoads configLoads;
   TPortSwitch portSwitch;
   TReception reception;
   long long acceptAgainMs = 0;   // 0: the listener is watched
