@@ -1,7 +1,7 @@
 // Program entry: checks, daemon, main loop.
 //
 // Exit status: 0 told to end, or the daemon is started; 1 command line or settings; 2 no fork; 3 encryption; 4
-// port.
+// port, or what else the start needs is short.
 
 #include <errno.h>
 #include <malloc.h>
@@ -12,6 +12,8 @@
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
+
+#include <exception>
 
 #include "agent/cmdline.h"
 #include "agent/crash.h"
@@ -32,6 +34,8 @@ namespace {
 // that ever ran at once; large blocks go back to the system when they are freed.
 constexpr int kHeaps = 2;
 constexpr int kLargeBlock = 128 * 1024;
+
+constexpr int kNotServing = 4;  // exit status
 
 void PrepareProcess() {
   OpenMissingStreams();
@@ -112,7 +116,7 @@ void CreatePidFile(TPidFile& pidFile) {
   TFd listener = Listen(error);
   if (!listener.IsOpen()) {
     printf("TCP listen error: %s\n\n", error.CStr());
-    End(4);
+    End(kNotServing);
   }
   TPidFile pidFile;
   CreatePidFile(pidFile);
@@ -123,14 +127,14 @@ void CreatePidFile(TPidFile& pidFile) {
 
 }  // namespace
 
-int main(int argc, char** argv, char** envp) {
+int main(int argc, char** argv, char** envp) try {
   PrepareProcess();
   ShowBanner();
   printf("Command line checking .. ");
   if (!LoadSettings(argc, argv)) return 1;
   ShowMachine();
   if (!TestBasicEncryption() || !TestPacketEncryption()) return 3;
-  if (!TestPort()) return 4;
+  if (!TestPort()) return kNotServing;
 
   if (!SettingsInForce()->interactive && daemon_init() != 0) {
     fprintf(stderr, "Error initializing daemon: %s\n", strerror(errno));
@@ -142,4 +146,8 @@ int main(int argc, char** argv, char** envp) {
   InstallFaultHandler();
   AdoptChildren();
   Serve(argv, envp);
+} catch (const std::exception&) {
+  // Only the start can come here; the main loop and the sessions get over a lack of memory.
+  fputs("Error: not enough memory\n", stderr);
+  End(kNotServing);
 }
