@@ -28,7 +28,7 @@ namespace {
 
 constexpr int kTickMs = 1000;
 constexpr int kAcceptPauseMs = 100;  // while descriptors or memory are short and no room can be made
-constexpr int kAcceptsPerTurn = 64;  // then those already here have their turn
+constexpr int kAcceptsPerTurn = 64;  // then those already here have their turn, before they have to make room
 constexpr int kEventsPerTurn = 256;
 
 bool IsShortage(int error) {
@@ -243,8 +243,9 @@ bool TMainLoop::FallBack(int& status) {
 
 // False when the listener is broken.
 bool TMainLoop::AcceptAll(int& status) {
+  const int most = std::clamp(reception.Most() / 2, 1, kAcceptsPerTurn);
   int roomMadeAt = -1;
-  for (int i = 0; i < kAcceptsPerTurn; ++i) {
+  for (int i = 0; i < most; ++i) {
     sockaddr_in address = {};
     socklen_t length = sizeof address;
     TFd socket(

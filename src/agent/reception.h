@@ -32,6 +32,8 @@ class TReception {
     std::list<TPending>::iterator self;
   };
 
+  // How many may be received at once.
+  int Most() const { return static_cast<int>(mostAtOnce); }
   // Begins a session on an accepted, non-blocking socket.  When as many as may are being received, the longest
   // silent one makes room.  Throws when memory is short, and nothing has begun then.
   void Admit(TFd socket, in_addr peer);
