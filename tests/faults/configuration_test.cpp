@@ -44,6 +44,28 @@ TEST(Configuration, AStormOfReloadsShowsNoHalfLoadedState) {
   running.clear();
 }
 
+// Cure: the main thread waits for no load and no save, not even to put a port back that cannot be opened.
+TEST(Configuration, SlowLoadsAndSavesHoldUpNobodyElse) {
+  Agent agent("", {"-d"});
+  std::string comments;
+  while (comments.size() < 12000000) comments += "# " + std::string(98, 'c') + "\n";
+  agent.Append("tav.cfg", comments);
+  const Socket taken = ServeTcp();
+  std::atomic<bool> over{false};
+  const auto hangups = std::async(std::launch::async, [&, pid = agent.PidInFile()] {
+    for (; !over; Sleep(0.01)) kill(pid, SIGHUP);
+  });
+  const auto change = std::async(std::launch::async, [&] {
+    EXPECT_EQ("200", agent.Ask("SetSettings|Comment=new|Port=" + std::to_string(taken.Port())));
+    over = WaitFor([&] { return agent.Read("log2.txt").find("Return to original port") != std::string::npos; });
+    EXPECT_TRUE(over.exchange(true));
+  });
+  double answers = 0;
+  const Stopwatch watch;
+  for (; !over; ++answers) EXPECT_EQ("200", FirstLine(agent.Ask("GetInfo")));
+  EXPECT_GT(answers, watch.Seconds() * (Sanitized() ? 2 : 20));
+}
+
 // Values of many lengths, no two alike.
 std::string Numbered(int n) {
   return "n" + std::to_string(n) + "." + std::string(static_cast<size_t>(n * 37 % 900), 'x');
