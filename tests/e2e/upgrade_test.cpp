@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <filesystem>
+#include <future>
 
 #include "agent_fixture.h"
 
@@ -68,6 +69,10 @@ TEST(Upgrade, HandsOverToWhatItReceived) {
     // Notes the limit and the ignored signals that it inherits, and its arguments.
     std::string file = "#!/bin/sh\n(ulimit -Sn; grep SigIgn /proc/$$/status) >had\necho $* >args\n";
     file.resize(row.size, '#');
+    const auto script = std::async(std::launch::async, [&] {  // its files do not outlive the agent either
+      EXPECT_EQ("closed", agent.Ask("TEST-ShellScript|/bin/sh %script%|sleep 2||20|0"));
+    });
+    EXPECT_TRUE(WaitFor([&] { return !Children(agent.pid).empty(); }));
     Socket socket = Begin(agent, row.size, row.first);
     socket.Send(file.substr(0, file.size() - row.tail));
     ASSERT_TRUE(WaitUntilTaken(socket));

@@ -19,11 +19,17 @@ bool MakeOld(pid_t pid) {
   const Socket memory(open((process + "/mem").c_str(), O_RDWR | O_CLOEXEC));
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
+  const std::string program = fs::read_symlink(process + "/exe");
   std::ifstream maps(process + "/maps");
   long words[512];
-  for (std::string line; std::getline(maps, line) && line.find("[heap]") == std::string::npos;) {
-    off_t at = 0, end = 0;
-    if (sscanf(line.c_str(), "%lx-%lx rw", &at, &end) != 2) continue;
+  off_t at = 0, end = 0;
+  for (std::string line; std::getline(maps, line);) {  // its own variables, those without a value behind the others
+    const off_t before = end;
+    const bool writable =
+        sscanf(line.c_str(), "%lx-%lx rw", &at, &end) == 2 && line.find(" rw") != std::string::npos;
+    const bool own = line.find(program) != std::string::npos;
+    if (!own && at != before) end = 0;
+    if (!writable || end == 0) continue;
     for (; at < end; at += sizeof words) {
       if (pread(memory.Descriptor(), words, sizeof words, at) != sizeof words) return false;
       for (size_t i = 2; i < std::size(words); ++i) {
@@ -38,21 +44,24 @@ bool MakeOld(pid_t pid) {
 
 // A segmentation fault of one thread's own, as far as the agent can tell.
 bool Break(pid_t pid, pid_t thread) {
+  const auto stops = [=] { return WaitFor([=] { return waitpid(thread, nullptr, __WALL | WNOHANG) == thread; }); };
   siginfo_t info = {};
-  if (ptrace(PTRACE_ATTACH, thread, 0, 0) != 0 || waitpid(thread, nullptr, __WALL) != thread) return false;
+  if (ptrace(PTRACE_ATTACH, thread, 0, 0) != 0 || !stops()) return false;
   syscall(SYS_tgkill, pid, thread, SIGSEGV);
   ptrace(PTRACE_CONT, thread, 0, 0);
-  if (waitpid(thread, nullptr, __WALL) != thread || ptrace(PTRACE_GETSIGINFO, thread, 0, &info) != 0) return false;
+  if (!stops() || ptrace(PTRACE_GETSIGINFO, thread, 0, &info) != 0) return false;
   info.si_code = SEGV_MAPERR;
   return ptrace(PTRACE_SETSIGINFO, thread, 0, &info) == 0 && ptrace(PTRACE_DETACH, thread, 0, SIGSEGV) == 0;
 }
 
+// The youngest thread but the main one, 0 when there is none.
 pid_t SessionThread(pid_t pid) {
+  pid_t youngest = 0;
   for (const fs::directory_entry& task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
     const pid_t thread = atoi(task.path().filename().c_str());
-    if (thread != pid) return thread;
+    if (thread != pid) youngest = std::max(youngest, thread);
   }
-  return 0;
+  return youngest;
 }
 
 // Cure: each session has its own thread and files, a child's end is noticed at once, and one owner reaps each
