@@ -244,28 +244,29 @@ bool TMainLoop::FallBack(int& status) {
 // False when the listener is broken.
 bool TMainLoop::AcceptAll(int& status) {
   const int most = std::clamp(reception.Most() / 2, 1, kAcceptsPerTurn);
-  int roomMadeAt = -1;
+  int accepted = 0;
+  bool madeRoom = false;
   for (int i = 0; i < most; ++i) {
     sockaddr_in address = {};
     socklen_t length = sizeof address;
     TFd socket(
         accept4(listener.Get(), reinterpret_cast<sockaddr*>(&address), &length, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (socket.IsOpen()) {
+      ++accepted;
       Admit(std::move(socket), address.sin_addr);
       continue;
     }
     const int error = errno;
     if (error == EAGAIN || error == EWOULDBLOCK) return true;
     if (IsShortage(error)) {
-      const bool first = roomMadeAt < 0, taken = !first && i > roomMadeAt + 1;
-      const bool room = first && reception.MakeRoom();
+      if (accepted > 0) return true;  // those just taken have their turn before they have to make room
+      const bool room = !madeRoom && reception.MakeRoom();
       Complain(error);
-      if (taken) return true;  // those here have their turn first
       if (!room) {
         WatchListener(false);  // or the loop would spin on a connection that it cannot take
         return true;
       }
-      roomMadeAt = i;
+      madeRoom = true;
       continue;
     }
     if (IsFatal(error)) {
