@@ -115,13 +115,15 @@ TEST(Network, AResetEndsTheSessionAndAHalfClosedPeerIsWaitedFor) {
   Socket client;
   const auto connected = [&] { return (client = Accept(server)).Descriptor() >= 0; };
   const std::string probe = To("TEST-UDP", mute.Port()), send = To("ACT-TCPUDPsend", server.Port()) + "0|";
-  const std::string huge(3 << 20, 'x');  // more than the buffers between the two hold
+  const std::string huge(4 << 20, 'x');  // more than the buffers between the two hold
+  const int window = 4096;
+  setsockopt(server.Descriptor(), SOL_SOCKET, SO_RCVBUF, &window, sizeof window);
   const std::tuple<std::string, std::function<bool()>> rows[] = {
       {probe + "-5000|200000000|x|9", busy},
       {probe + "2000000000|1|x|9", busy},
       {To("TEST-TCP", server.Port()) + "2000000000|x|9", connected},
       {send + "one|2000000000|two", connected},
-      {send + huge + huge + huge + "|0|", connected},
+      {send + huge + "|0|", connected},
       {"TEST-ShellScript|/bin/sh %script%|touch @/run||5|0", busy},
   };
   for (const auto& [request, begun] : rows) {

@@ -35,8 +35,8 @@ struct TPeer {
   std::thread play;
 };
 
-// Reads `size` bytes, or up to the end, or one datagram, then sends the answer back, if any.  Without reading (0) it
-// comes as soon as there are data, and the close behind it is a reset.
+// Reads `size` bytes, or up to the end, or one datagram, then sends the answer back, if any.  Without reading (0)
+// it comes as soon as there are data, and the close behind it is a reset.
 inline std::string Take(int fd, size_t size, const std::string& answer = "") {
   std::string got(size, '\0');
   sockaddr from;
