@@ -32,6 +32,7 @@ class Agent {
 
   // With a configuration of usable defaults, then these lines.
   void Start(const std::string& extra = "", const std::vector<std::string>& switches = {"-i"});
+  void Spawn(const std::vector<std::string>& arguments);   // waits for nothing
   void Launch(std::vector<std::string> arguments);         // with the one that is there; waits until it listens
   int Run(const std::vector<std::string>& arguments);      // to its end: the exit status, 256 + n for a signal n
   int ExitStatus(pid_t process);                           // waits for the end; -1 when it does not come
@@ -59,9 +60,6 @@ class Agent {
   std::string folder, program = AgentBinary(), password = "secret";
   int port;
   pid_t pid = 0;
-
- private:
-  void Spawn(const std::vector<std::string>& arguments);
 };
 
 int FreePort();
