@@ -76,7 +76,8 @@ class TWatched : public Agent {
   // Does not wait until it listens.
   void Begin() {
     if (pid > 0) kill(pid, SIGKILL), ExitStatus(pid);
-    for (const char* file : {"console", "verbose.log", "log2.txt", "tav.pid"}) fs::remove(At("@/") + file);
+    for (const char* file : {"console", "verbose.log", "tav.pid"}) fs::remove(At("@/") + file);
+    Write("log2.txt", "");
     fs::remove_all(At("@/tmp"));
     fs::create_directory(At("@/tmp"));
     port = ports[0];
@@ -214,11 +215,14 @@ void Loop(const TCase& row, TFindings& findings) {
   for (int kind = kMemory; kind < kFaultKinds; ++kind) {
     bool fired = true;
     for (int n = 1; fired && n < kMostCalls; ++n) {
+      if (agent.pid == 0) agent.Launch();
       agent.Arm(kind, n, row.startUp);
       if (what.empty()) what = row.act(agent, kind);
       fired = agent.Disarm();
+      if (agent.pid == 0) agent.Launch();
       if (what.empty() && !(what = row.act(agent, kNoFault)).empty()) what = "then: " + what;
-      if (what.empty() && !Tells(agent, "ActiveConnections=1")) what = "a session counts for ever";
+      if (what.empty() && !WaitFor([&] { return agent.pid == 0 || IsAlone(agent); }))
+        what = "a session counts for ever";
       const std::lock_guard<std::mutex> lock(findings.mutex);
       findings.tried[kind] += fired;
       if (what.empty()) continue;
@@ -243,7 +247,7 @@ TAct Plain(const std::string& request, const std::string& want) {
 // Right is what the first answer was, but for the numbers of connections.
 TAct Same(const std::string& request) {
   return [=, first = std::make_shared<std::string>()](TWatched& agent, int kind) {
-    const std::string got = std::regex_replace(agent.Ask(request), std::regex("(Opened\\w+)=\\d+"), "$1");
+    const std::string got = std::regex_replace(agent.Ask(request), std::regex("((Opened|Active)\\w+)=\\d+"), "$1");
     if (first->empty()) *first = got;
     if (got != *first && !Judge(kind, got, "").empty()) return "answered " + got;
     return agent.AtRest();
@@ -297,14 +301,12 @@ std::string Reload(TWatched& agent, int kind) {
   return agent.AtRest();
 }
 
-// Waits until the agent has ended as it should, or rests; starts it again.
+// Waits until the agent has ended as it should, or rests.
 std::string AfterEnd(TWatched& agent, bool must) {
   if (!WaitFor([&] { return agent.Ended() || (!must && agent.Unrest().empty()); }, 5)) return "does not end";
   if (agent.pid != 0) return agent.AtRest();
   if (agent.status != 0) return "ended with " + std::to_string(agent.status);
-  if (!agent.TempFolderIsEmpty()) return "a temporary file stays";
-  agent.Launch();
-  return "";
+  return agent.TempFolderIsEmpty() ? "" : "a temporary file stays";
 }
 
 std::string Quit(TWatched& agent, int kind) {
@@ -324,10 +326,14 @@ std::string Upgrade(TWatched& agent, int kind) {
     got = ReadReply(socket, "session");
     what = Judge(kind, got, "200");
   }
-  if (what.empty()) what = AfterEnd(agent, got == "200");
+  if (!what.empty()) return what;
+  what = AfterEnd(agent, kind == kNoFault || kind == kInterrupted);
   if (!what.empty() || got != "200") return what;
+  // The reply is sent before the hand-over, whose failure the log tells.
+  const bool stays =
+      agent.pid != 0 && agent.Read("log2.txt").find("cannot start upgrading script") != std::string::npos;
   const bool whole = agent.Read("old") == file && agent.Read("args") == agent.At("-i @/tav.cfg\n");
-  return whole ? "" : "the new program does not run";
+  return whole || stays ? "" : "the new program does not run";
 }
 
 // The agent serves, or ends soon with a status and says why.
