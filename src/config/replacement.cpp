@@ -87,11 +87,8 @@ void TReplacement::Write(const char* bytes, int n) {
 }
 
 bool TReplacement::Finish() {
-  bool whole = Flush() && fsync(file.Get()) == 0;
-  whole = close(file.Release()) == 0 && whole;
-  if (!whole) (void)unlink(newName.Data());
-  unfinished = false;
-  return whole;
+  const bool whole = Flush() && fsync(file.Get()) == 0;
+  return close(file.Release()) == 0 && whole;
 }
 
 // A second name for the old file, or a copy where there are none, then that moved over an older ".Old": the path is
@@ -122,6 +119,7 @@ bool TReplacement::CopyFrom(TInputFile& old) {
 
 bool TReplacement::Install(TInputFile& old) {
   (void)KeepOld(old);  // the old content is given up rather than the new
+  unfinished = false;  // what cannot be moved now is left beside the old file
   if (rename(newName.Data(), path.Data()) != 0) return false;
   SyncFolderOf(path);
   return true;

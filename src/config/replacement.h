@@ -38,7 +38,7 @@ class TReplacement {
 
   String path, newName;
   TFd file;
-  bool unfinished = false;  // the new file is there and not whole
+  bool unfinished = false;  // the new file is there and has not got its place
   bool failed = false;
   int used = 0;
   char buffer[4096];
