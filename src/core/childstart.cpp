@@ -11,6 +11,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <initializer_list>
+
 #include "core/tempdir.h"
 #include "core/tempfile.h"
 
@@ -87,12 +89,22 @@ void OpenStreams(const TChildStreams& streams) {
   if (dup2(STDOUT_FILENO, STDERR_FILENO) < 0) close(STDERR_FILENO);
 }
 
-void WriteNote(const char* path, int reason) {
+bool IsShortage(int error) {
+  for (const int shortage : {EMFILE, ENFILE, ENOMEM, ENOSPC, EDQUOT, EIO, ENOTDIR})  // the last: no folder is safe
+    if (error == shortage) return true;
+  return false;
+}
+
+// False when a shortage has kept the note away.
+bool WriteNote(const char* path, int reason) {
   const char* prefix = "exec error: ";
   const char* text = strerrordesc_np(reason);
   const TFd note = CreatePrivateFile(path, S_IRUSR | S_IWUSR, O_WRONLY);
-  if (!note.IsOpen() || write(note.Get(), prefix, strlen(prefix)) < 0 || text == nullptr) return;
-  (void)!write(note.Get(), text, strlen(text));  // a short note is a note
+  if (!note.IsOpen()) return !IsShortage(errno);
+  // A short note is a note.
+  if (write(note.Get(), prefix, strlen(prefix)) >= 0 && text != nullptr)
+    (void)!write(note.Get(), text, strlen(text));
+  return true;
 }
 
 [[noreturn]] void RunChild(const TChildPlan& plan, char* const* environment) {
@@ -114,7 +126,7 @@ void WriteNote(const char* path, int reason) {
     if (reason != ETXTBSY) break;
     nanosleep(&kBusyPause, nullptr);
   }
-  if (hasNote) WriteNote(note, reason);
+  if (hasNote && !WriteNote(note, reason) && plan.noteLost != nullptr) *plan.noteLost = 1;
   _exit(plan.noteFolder == nullptr ? kShellNotFound : kExecFailed);
 }
 

@@ -25,6 +25,7 @@ struct TChildPlan {
   const char* dir = nullptr;  // null: stays where the agent is; one that can't be entered counts as null
   const TChildStreams* streams = nullptr;  // null: shares the agent's streams and its session
   const char* noteFolder = nullptr;        // see NoteFolder(); null: no note
+  volatile int* noteLost = nullptr;        // in shared memory: set when a shortage has kept the note away
 };
 
 // Returns the child's pid, or -1.  It has default signal actions, no signal blocked, TMPDIR as published, the

@@ -2,7 +2,9 @@
 
 #include <errno.h>
 #include <signal.h>
+#include <stdio.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,6 +20,29 @@ namespace {
 constexpr long long kLookMs = 1000;
 constexpr int kNoWait = -1;
 constexpr int kNoteLineSize = 256;  // a line of 255 bytes
+
+// A word that a child can set until it execs.  Without memory there is none.
+class TSharedWord {
+ public:
+  TSharedWord() : page(mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) {}
+  ~TSharedWord() {
+    if (page != MAP_FAILED) munmap(page, sizeof(int));
+  }
+  TSharedWord(const TSharedWord&) = delete;
+  TSharedWord& operator=(const TSharedWord&) = delete;
+
+  volatile int* Word() const { return page == MAP_FAILED ? nullptr : static_cast<volatile int*>(page); }
+  bool IsSet() const { return page != MAP_FAILED && *Word() != 0; }
+
+ private:
+  void* const page;
+};
+
+// Where a child leaves the reason why it could not be executed.
+struct TNotes {
+  char folder[kNotePathSize];
+  TSharedWord lost;  // the child could not leave it
+};
 
 // The whole group that the child leads.  A child that has not come to lead one yet is still alone.
 bool Kill(pid_t pid) {
@@ -37,30 +62,41 @@ bool WaitWithin(TChildWatch& child, int timeout) {
   return true;
 }
 
-String FirstLine(const char* path) {
-  char line[kNoteLineSize];
+void FirstLine(const char* path, char (&line)[kNoteLineSize]) {
   const TFd note = OpenPrivateFile(path);
-  const ssize_t size = note.IsOpen() ? read(note.Get(), line, sizeof(line) - 1) : 0;
-  if (size <= 0) return "exec error";
+  ssize_t size = 0;
+  do {
+    size = note.IsOpen() ? read(note.Get(), line, sizeof(line) - 1) : 0;
+  } while (size < 0 && errno == EINTR);
+  if (size <= 0) size = snprintf(line, sizeof(line), "exec error");
   line[size] = '\0';
   line[strcspn(line, "\n")] = '\0';
-  return line;
 }
 
 // True when a child that ended with the status of a failed exec has left its note; the note is deleted.  What
 // another user may have put there is not believed.
-bool TakeNote(int exitStatus, const char* noteFolder, pid_t pid, String& text) {
+bool TakeNote(int exitStatus, const TNotes& notes, pid_t pid, String& text) {
   char path[kNotePathSize];
   struct stat status;
-  if (exitStatus != kExecFailed || !NotePath(noteFolder, pid, path)) return false;
-  if (lstat(path, &status) != 0 || !S_ISREG(status.st_mode) || status.st_uid != geteuid()) return false;
-
-  text = FirstLine(path);
-  (void)unlink(path);
+  if (exitStatus != kExecFailed || !NotePath(notes.folder, pid, path)) return false;
+  if (notes.lost.IsSet()) {
+    text = "exec error";
+    return true;
+  }
+  if (lstat(path, &status) != 0) {
+    if (errno == ENOENT) return false;
+    status.st_mode = 0;  // it cannot be looked at
+  } else if (!S_ISREG(status.st_mode) || status.st_uid != geteuid()) {
+    return false;
+  }
+  char line[kNoteLineSize];
+  FirstLine(path, line);
+  (void)unlink(path);  // before the text, for which memory may be short
+  text = line;
   return true;
 }
 
-int AnswerWithoutWaiting(TChildWatch& child, const char* noteFolder, int& exitcode, String& error) {
+int AnswerWithoutWaiting(TChildWatch& child, const TNotes& notes, int& exitcode, String& error) {
   exitcode = 0;
   if (!child.WaitEnd(kLookMs)) {
     LeaveChild(child.Child());
@@ -68,7 +104,7 @@ int AnswerWithoutWaiting(TChildWatch& child, const char* noteFolder, int& exitco
   }
   String note;
   const int exitStatus = WEXITSTATUS(child.Status());  // 0 for one that a signal ended
-  if (TakeNote(exitStatus, noteFolder, child.Child(), note)) {
+  if (TakeNote(exitStatus, notes, child.Child(), note)) {
     error = "exec error";
     return 0;
   }
@@ -76,14 +112,14 @@ int AnswerWithoutWaiting(TChildWatch& child, const char* noteFolder, int& exitco
   return 1;
 }
 
-int AnswerEnd(int status, const char* noteFolder, pid_t pid, int& exitcode, String& error) {
+int AnswerEnd(int status, const TNotes& notes, pid_t pid, int& exitcode, String& error) {
   if (WTERMSIG(status) != 0) {
     char path[kNotePathSize];
-    if (NotePath(noteFolder, pid, path)) (void)unlink(path);  // it may have been writing one when it was killed
+    if (NotePath(notes.folder, pid, path)) (void)unlink(path);  // it may have been writing one when it was killed
     error = "abnormal termination";
     return 0;
   }
-  if (TakeNote(WEXITSTATUS(status), noteFolder, pid, error)) return 0;
+  if (TakeNote(WEXITSTATUS(status), notes, pid, error)) return 0;
 
   exitcode = WEXITSTATUS(status);
   return 1;
@@ -101,14 +137,15 @@ int SystemEx2(const char* cmdline, const char* dir, const char* infile, const ch
     return 0;
   }
 
-  char noteFolder[kNotePathSize];
-  NoteFolder(noteFolder);
+  TNotes notes;
+  NoteFolder(notes.folder);
   const TChildStreams streams = {infile, outfile, errfile};
   TChildPlan plan;
   plan.argv = arguments.argv;
   plan.dir = dir;
   plan.streams = &streams;
-  plan.noteFolder = noteFolder;
+  plan.noteFolder = notes.folder;
+  plan.noteLost = notes.lost.Word();
 
   const pid_t pid = StartChild(plan);
   if (pid < 0) {
@@ -116,13 +153,13 @@ int SystemEx2(const char* cmdline, const char* dir, const char* infile, const ch
     return 0;
   }
   TChildWatch child(pid);
-  if (timeout == kNoWait) return AnswerWithoutWaiting(child, noteFolder, exitcode, error);
+  if (timeout == kNoWait) return AnswerWithoutWaiting(child, notes, exitcode, error);
   if (!WaitWithin(child, timeout)) {
     LeaveChild(pid);
     error = "cannot terminate process";
     return 0;
   }
-  return AnswerEnd(child.Status(), noteFolder, pid, exitcode, error);
+  return AnswerEnd(child.Status(), notes, pid, exitcode, error);
 }
 
 int SystemEx(const char* cmdline, const char* dir, int timeout, int& exitcode, String& error) {
