@@ -128,20 +128,21 @@ def tests_of(program):
 
 
 # The programs' suites with the time that each takes, the quickest first; all must pass without a fault.
-def suites(only):
+def suites(only, pool):
     found = []
     for path in sorted(BUILD.rglob("*_test")):
         program = str(path.relative_to(BUILD))
         for suite in tests_of(program):
             if only in ("", suite) or only in path.name:
                 found.append((program, suite + ".*"))
-    times = {}
-    for program, pattern in found:
+    def seconds(suite):
         since = time.monotonic()
-        noticed = Run(0, program, pattern).noticed_by() and Run(0, program, pattern).noticed_by()
+        noticed = Run(0, *suite).noticed_by() and Run(0, *suite).noticed_by()
         if noticed:
-            sys.exit(f"{program}: {noticed} fails without any fault")
-        times[program, pattern] = time.monotonic() - since
+            sys.exit(f"{suite[0]}: {noticed} fails without any fault")
+        return time.monotonic() - since
+
+    times = dict(zip(found, pool.map(seconds, found)))
     return sorted(found, key=times.get)
 
 
@@ -192,8 +193,9 @@ def run(arguments):
         return
     killers = json.loads(KILLERS.read_text()) if KILLERS.exists() else {}
     faults = [fault for fault in faults if not fault.equivalent]
-    order, survivors = suites(options.s), []
+    survivors = []
     with concurrent.futures.ThreadPoolExecutor(options.j) as pool:
+        order = suites(options.s, pool)
         for fault, by in zip(faults, pool.map(lambda fault: try_fault(fault, order, killers), faults)):
             print(f"{fault.number:4} {' '.join(by) if by else 'SURVIVES'}: {fault.file}: {fault.what}", flush=True)
             if by:

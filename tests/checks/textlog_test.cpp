@@ -95,17 +95,3 @@ TEST(TextLog, LinesThatArriveDuringAScanAreReadByTheNext) {
   EXPECT_EQ(0, check.Run());
   EXPECT_EQ(10, check.position);
 }
-
-TEST(TextLog, AnswersAMatchAtATime) {
-  const TTree scratch;
-  const std::string log = scratch.Add("l.log", "x\r\n1 Hit\r\n2 hit%0A\n3 hi");
-  const std::string rest = "    23\n1\n" + log + "\n", age = std::to_string(FileAge(log.c_str())) + "\n";
-  const auto ask = [&](const std::string& state) {
-    return ReplyOf(ProcessTest_TextLog2,
-                   scratch.path + "*.log\n" + state + "'hit' and%0A not 'x'\n1\n0\n1\n0\n\n\n\n\n\n0\n");
-  };
-  EXPECT_EQ("200\n     3\n1 Hit\n1\n     9\n     1\n     1\n" + rest, ask("0\n1\n1\n0\n"));
-  EXPECT_EQ("200\n    10\n2 hit%0A\n0\n    19\n    23\n" + age + rest, ask("9\n1\n1\n0\n"));
-  EXPECT_EQ("200\n    10\n2 hit%0A\n0\n    19\n    23\n" + age + rest, ask("0\n1\n1\n1\n"));
-  EXPECT_EQ("501\nWrong parameter", ask("0\n1x\n1\n1\n"));
-}

@@ -1,8 +1,5 @@
 #include <sys/stat.h>
 
-#include <thread>
-
-#include "config/remote_settings.h"
 #include "tests/config/scratch.h"
 
 constexpr auto Load = TTAVSettings::LoadOptions;
@@ -47,27 +44,4 @@ TEST_F(Config, ReloadOfAnUnreadableFileKeepsEverything) {
   mkfifo(path.c_str(), 0600);
   EXPECT_EQ("|Cannot open configuration file '" + path + "'", Do(Load));
   EXPECT_EQ(keys, PasswordInForce());
-}
-
-TEST_F(Config, ReadersNeverSeeHalfAChange) {
-  Do(Load, kGood + "comment=one\n");
-  std::atomic<bool> done{false};
-  std::thread reader([&] {
-    while (!done) {
-      const TSettingsPtr settings = SettingsInForce();
-      ASSERT_TRUE(settings->password == "one" || settings->password == "two") << Std(settings->password);
-      ASSERT_TRUE(settings->password == settings->comment && PasswordInForce()->proof.Length() == 16);
-    }
-  });
-  std::thread loader([&] {
-    while (!done) EXPECT_EQ("ok|", Do(Load));
-  });
-  for (int i = 0; i < 40; ++i) {
-    TAVReply reply;
-    SetAgentSettings(BVRequest(i % 2 ? "Password=one\nComment=one\n" : "Password=two\nComment=two\n"), reply);
-    EXPECT_TRUE(reply.Text() == "200\n");
-  }
-  done = true;
-  reader.join();
-  loader.join();
 }

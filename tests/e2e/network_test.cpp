@@ -33,46 +33,22 @@ std::string TakeAndAnswer(const Socket& server, const std::string& answer) {
   return std::string(data, n > 0 ? static_cast<size_t>(n) : 0);
 }
 
-TEST(Network, TcpProbe) {
+TEST(Network, ProbesAnswerWithWhatThePeerSays) {
   Agent agent("");
-  const Socket server = ServeTcp();
-  const std::string probe = To("TEST-TCP", server.Port());
-  std::future<std::string> silent = Asking(agent, probe + "1500||10"), answer;
-  const Socket held = Accept(server);  // answered never
-  answer = Asking(agent, probe + "0|PING%0D%0A|6");
-  Socket client = Accept(server);
+  const Socket server = ServeTcp(), datagrams = ServeUdp(), mute = ServeUdp();
+  std::future<std::string> answer = Asking(agent, To("TEST-TCP", server.Port()) + "0|PING%0D%0A|6");
+  const Socket client = Accept(server);
   EXPECT_EQ("PING\r\n", client.Receive());
   client.Send("PONG\r\n");
   EXPECT_TRUE(std::regex_match(answer.get(), std::regex("200\n[0-9]+\nPONG%0D%0A")));
-  answer = Asking(agent, probe + "5000||99999");
-  client = Accept(server);
-  client.Send(std::string(20000, 'x'));
-  EXPECT_LE(answer.get().size(), 8192u + 20);
-  answer = Asking(agent, probe + "5000||1");
-  client = Accept(server);
-  client = Socket();
-  EXPECT_EQ("301\n\n0", answer.get()) << "closed without a byte";
-  EXPECT_EQ("301\nTimeout\n0", silent.get());
-
-  agent.Expect(To("TEST-TCP", FreePort()) + "1000||0", "301||-6");
   agent.Expect("TEST-TCP|" + kNoHost + "|80|1000||0", "301|Cannot resolve server name to IP address|-2");
-  agent.ExpectRows(probe, "1000||0 => ~200|[0-9]+| ; x||0 => 501|Wrong parameter ; 1000||x => 501|Wrong parameter");
-}
 
-TEST(Network, UdpProbe) {
-  Agent agent("");
-  const Socket server = ServeUdp(), mute = ServeUdp();
-  const std::string probe = To("TEST-UDP", mute.Port());
-  const Stopwatch watch;
-  std::future<std::string> silent = Asking(agent, probe + "300|2|hey|10");
-  std::future<std::string> answer = Asking(agent, To("TEST-UDP", server.Port()) + "5000|1|a%0Ab|3");
-  EXPECT_EQ("a\nb", TakeAndAnswer(server, "yes, more"));
+  std::future<std::string> silent = Asking(agent, To("TEST-UDP", mute.Port()) + "300|2|hey|10");
+  answer = Asking(agent, To("TEST-UDP", datagrams.Port()) + "5000|1|a%0Ab|3");
+  EXPECT_EQ("a\nb", TakeAndAnswer(datagrams, "yes, more"));
   EXPECT_TRUE(std::regex_match(answer.get(), std::regex("200\n[0-9]+\nyes")));
   EXPECT_EQ("301\nTimeout\n0", silent.get());
-  EXPECT_GT(watch.Seconds(), 1.9) << "less than a second counts as one, twice";
   EXPECT_EQ("heyhey", mute.Receive(1) + mute.Receive(1) + mute.Receive(0.1));
-  agent.ExpectRows(probe, R"(1000|1|x|0 => ~200|[0-9]+| ; 1000|0|x|0 => 501|Wrong parameter
-    1000|1||0 => 501|Wrong parameter ; 1000|x|x|0 => 501|Wrong parameter)");
 }
 
 TEST(Network, SendsOneOrTwoPieces) {

@@ -49,6 +49,7 @@ TEST(Upgrade, SizesAndDigestsAreCheckedAndOneRunsAtATime) {
     EXPECT_EQ("300\nWrong CRC", ReadReply(next, kSession));
     EXPECT_TRUE(next.EndsSilently());
   }
+  for (const size_t sent : {0u, 100u, 300u}) Begin(agent, file.size()).Send(file.substr(0, sent));  // cut off
   EXPECT_TRUE(agent.TempFolderIsEmpty());
   EXPECT_EQ(0u, agent.Count("Upgrade request received"));
 }

@@ -1,28 +1,14 @@
 // The wire: which packets are whole, which are refused, how they may arrive, and when a silent peer is let go.
 #include <gtest/gtest.h>
-#include <nettle/twofish.h>
 #include <sys/socket.h>
 #include <time.h>
 
 #include <algorithm>
-#include <cstring>
 #include <thread>
 
 #include "agent_fixture.h"
 
 namespace {
-
-TEST(Wire, ThePeersTwofishIsThePublishedOne) {
-  // "Twofish: A 128-Bit Block Cipher", the vector of the 192-bit key.
-  const char* key =
-      "\x01\x23\x45\x67\x89\xAB\xCD\xEF\xFE\xDC\xBA\x98\x76\x54\x32\x10\x00\x11\x22\x33\x44\x55\x66\x77";
-  uint8_t block[TWOFISH_BLOCK_SIZE] = {};
-  twofish_ctx schedule;
-  twofish192_set_key(&schedule, reinterpret_cast<const uint8_t*>(key));
-  twofish_encrypt(&schedule, sizeof block, block, block);
-  EXPECT_EQ(0, memcmp("\xCF\xD1\xD2\xE5\xA9\xBE\x9C\xDF\x50\x1F\x13\xB8\x92\xBD\x22\x48", block, sizeof block));
-  EXPECT_EQ("text", Cipher(Direction::kOpen, Cipher(Direction::kSeal, "text", ""), ""));
-}
 
 TEST(Wire, OneWrongFieldIsEnoughToRefuseAPacket) {
   const struct {
@@ -35,14 +21,10 @@ TEST(Wire, OneWrongFieldIsEnoughToRefuseAPacket) {
       {"second signature byte", "refused", [](Packet& p) { p.signature[1] = 19; }},
       {"the proof's first bit", "refused", [](Packet& p) { p.proof[0] = static_cast<char>(p.proof[0] ^ 1); }},
       {"the proof's last bit", "refused", [](Packet& p) { p.proof[15] = static_cast<char>(p.proof[15] ^ 128); }},
-      {"proof of 15 bytes", "refused", [](Packet& p) { p.proof.pop_back(); }},
-      {"proof of 17 bytes", "refused", [](Packet& p) { p.proof += 'x'; }},
       {"no proof", "refused", [](Packet& p) { p.proof.clear(); }},
       {"another password", "refused", [](Packet& p) { p = Seal("GetInfo\r\n", "Secret", "k"); }},
       {"proof length beyond the packet", "refused", [](Packet& p) { p.proofShift = 65519; }},
-      {"key length beyond the packet", "refused", [](Packet& p) { p.keyShift = 60000; }},
       {"text length one more", "refused", [](Packet& p) { p.textShift = 1; }},
-      {"text length all ones", "refused", [](Packet& p) { p.textShift = 0xFFFFFFFFLL - 9; }},
       {"packet length one less", "refused", [](Packet& p) { p.packetShift = -1; }},
       {"packet length one more", "waits", [](Packet& p) { p.packetShift = 1; }},
       {"packet length of 4 GiB", "waits", [](Packet& p) { p.packetShift = 0xFFFFFF00LL; }},

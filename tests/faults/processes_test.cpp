@@ -118,23 +118,6 @@ TEST(Processes, ASilentNameServerHoldsUpItsSessionsOnly) {
   EXPECT_LT(watch.Seconds(), Sanitized() ? 30 : 8) << "side by side";
 }
 
-// Cure: a session that ends before its upgrade is complete lets go of the upgrade and of its file.
-TEST(Processes, AnUpgradeThatIsCutOffLeavesTheNextOneFree) {
-  Agent agent("");
-  const std::pair<std::string, size_t> rows[] = {{"300", 0}, {"300", 100}, {"300", 300}, {"1", 0}, {"100", 50}};
-  for (const auto& [size, sent] : rows) {
-    std::string reply;
-    {
-      const Socket cut = Open(agent, "UpgradeCode\r\n" + size + "\r\n", reply);
-      EXPECT_EQ(size == "300" ? "200" : "501\nWrong file parameter(s)", reply);
-      cut.Send(std::string(sent, 'n'));
-      EXPECT_EQ("302", agent.Ask("UpgradeCode|300"));
-    }
-    EXPECT_TRUE(WaitFor([&] { return IsAlone(agent); }));
-    EXPECT_TRUE(agent.TempFolderIsEmpty()) << size << " bytes, cut after " << sent;
-  }
-}
-
 // Cure: the message is written with system calls alone, and the handler takes itself out.
 TEST(Processes, AnEarlyFaultIsToldAndSurvivedOnce) {
   Agent agent("");
