@@ -4,6 +4,7 @@ import tempfile, threading, time
 
 BUILD = pathlib.Path("build/mutants/build/tests")
 KILLERS = pathlib.Path("build/mutants/killers.json")
+TIMES = pathlib.Path("build/mutants/times.json")
 LIMIT = 150  # seconds for one suite; it takes less than half of that on a busy machine
 SWITCH = """#pragma once
 #include <stdlib.h>
@@ -135,14 +136,20 @@ def suites(only, pool):
         for suite in tests_of(program):
             if only in ("", suite) or only in path.name:
                 found.append((program, suite + ".*"))
+    known = json.loads(TIMES.read_text()) if TIMES.exists() else {}
+
     def seconds(suite):
-        since = time.monotonic()
-        noticed = Run(0, *suite).noticed_by() and Run(0, *suite).noticed_by()
-        if noticed:
-            sys.exit(f"{suite[0]}: {noticed} fails without any fault")
-        return time.monotonic() - since
+        stamp = f"{suite[0]} {suite[1]} {(BUILD / suite[0]).stat().st_mtime_ns}"
+        if stamp not in known:
+            since = time.monotonic()
+            noticed = Run(0, *suite).noticed_by() and Run(0, *suite).noticed_by()
+            if noticed:
+                sys.exit(f"{suite[0]}: {noticed} fails without any fault")
+            known[stamp] = time.monotonic() - since
+        return known[stamp]
 
     times = dict(zip(found, pool.map(seconds, found)))
+    TIMES.write_text(json.dumps(known))
     return sorted(found, key=times.get)
 
 

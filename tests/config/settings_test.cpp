@@ -7,7 +7,7 @@ const std::string kGood = "tavpath=/bin/sh\nfiltermarks=1\nfilterlist=10.0.0.1\n
 
 TEST_F(Config, LineGivesValue) {
   const Rows rows = {
-      {"Port = 5000\nport=6000\ncomment=a\n COMMENT = b=c \t\r\n", "port", "5000"},
+      {"#port=1\n;port=2\nPort = 5000\nport=6000\ncomment=a\n COMMENT = b=c \t\r\n", "port", "5000"},
       {"#comment=1\n;comment=2\n #comment=3\ncomment\ncomment=4", "comment", "4"},
       {"LogSuccess=yes\n", "logsuccess", "0"},
       {"logsuccess=1 # comment\n", "logsuccess", "1"},

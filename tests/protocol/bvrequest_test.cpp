@@ -86,6 +86,7 @@ TEST(RequestText, GivesLinesByNumberAndByName) {
   for (int i = 4; i < 99; i++) text += std::to_string(i) + "\n";
   const BVRequest request(Bytes(text + "C=3"));
   for (int i = 4; i < 99; i++) ASSERT_EQ(std::to_string(i), Std(request.GetParam(i, 0)));
+  for (int i = 100; i < 200; i++) ASSERT_EQ("", Std(request.GetParam(i, 0))) << i;
   EXPECT_EQ("B = 2 \r", Std(request.GetParam(2, 0)));
   EXPECT_EQ("C=3", Std(request.GetParam(99, 1) + request.GetParam(100, 0) + request.GetParam(INT32_MAX, 0)));
   const char* named[][2] = {{"A", "1"}, {"a", ""}, {"B", "2"}, {"x", "y=z"}, {"C", ""}};
