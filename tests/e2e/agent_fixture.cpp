@@ -137,7 +137,8 @@ void Agent::Spawn(const std::vector<std::string>& arguments) {
   setenv("TZ", "TST-3", 1);  // not the zone of the tests
   const int in = open("/dev/null", O_RDONLY);
   const int out = open((folder + "/console").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-  if (chdir(folder.c_str()) == 0 && dup2(in, 0) == 0 && dup2(out, 1) == 1 && dup2(out, 2) == 2)
+  if (chdir(folder.c_str()) == 0 && dup2(in, 0) == 0 && dup2(out, 1) == 1 && dup2(out, 2) == 2 &&
+      close_range(3, ~0U, 0) == 0)  // what other threads have open just now among them
     execv(argv[0], argv.data());
   _exit(127);
 }

@@ -148,8 +148,7 @@ class TWatched : public Agent {
   // What still runs or is left; empty: nothing.
   std::string Unrest() {
     if (Ended()) return "the agent has ended with " + std::to_string(status);
-    const long open = Descriptors(pid);
-    if (open > descriptors) return std::to_string(open - descriptors) + " descriptors stay";
+    if (Descriptors(pid) > descriptors) return "a descriptor stays:" + OpenFiles();
     if (!fs::is_empty(folder + "/tmp")) return "a temporary file stays";
     for (const std::string& name : Names())
       if (known.count(name) == 0) return name + " stays";
@@ -169,6 +168,13 @@ class TWatched : public Agent {
   std::set<std::string> Names() const {
     std::set<std::string> all;
     for (const auto& entry : fs::directory_iterator(folder)) all.insert(entry.path().filename());
+    return all;
+  }
+  std::string OpenFiles() const {
+    std::string all;
+    std::error_code gone;
+    for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd"))
+      all += " " + fs::read_symlink(entry, gone).string();
     return all;
   }
   std::string Working() const {
@@ -428,7 +434,6 @@ const char kRequests[] = R"(
   GetFilesList|@/t/*||1|1|1|1|1|0|0 => ?
   GetFilesList|@/t/s/*.txt|*.h|0|1|1|1|0|0|0 => ?
   ReloadCfg => 200|Ok
-  SetSettings => 200
   NoSuchCommand => 500)";
 
 TEST(FaultLoop, WhateverFailsTheAnswerIsRightOrAnErrorAndNothingStays) {
