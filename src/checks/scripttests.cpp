@@ -170,10 +170,10 @@ int ReadLine(FILE* file, char (&line)[kLineSize]) {
 }
 
 // Each line is looked at once, whatever the output's size; once the result line is known, only the lines wanted are
-// read.
-void ReadScriptOutput(FILE* file, int wanted, String& result, String& output) {
+// read.  False when the output can't be read to where it was wanted.
+bool ReadScriptOutput(FILE* file, int wanted, String& result, String& output) {
   struct stat status;
-  if (fstat(fileno(file), &status) != 0) return;
+  if (fstat(fileno(file), &status) != 0) return false;
   char buf[kLineSize];
   String line;
   bool found = false;
@@ -193,6 +193,7 @@ void ReadScriptOutput(FILE* file, int wanted, String& result, String& output) {
     }
     if (wanted <= 0 && found) break;
   }
+  return !ferror(file);
 }
 
 }  // namespace
@@ -276,7 +277,7 @@ void ProcessInfo_ProcessesList(const BVRequest&, TAVReply& reply) {
   while (!feof(results.get()) && list.Length() < kMaxListSize) {
     // At the end of the file the line before is still in the buffer and is taken once more: servers expect it.
     (void)!fgets(line, sizeof(line), results.get());
-    if (ferror(results.get())) break;
+    if (ferror(results.get())) return Answer(reply, kNotExamined, "Cannot get script results");
     const size_t length = strlen(line);
     if (length > 0 && line[length - 1] == '\n') line[length - 1] = '\0';
     if (line[0] != '\0') (list += line) += "\r\n";
@@ -310,7 +311,9 @@ void ProcessTest_ShellScript(const BVRequest& request, TAVReply& reply) {
   if (results == nullptr) return Answer(reply, kNotExamined, "Cannot get script results");
 
   String result, lines;
-  ReadScriptOutput(results.get(), tavDecodeInt(request.GetParam(5, 1)), result, lines);
+  if (!ReadScriptOutput(results.get(), tavDecodeInt(request.GetParam(5, 1)), result, lines)) {
+    return Answer(reply, kNotExamined, "Cannot get script results");
+  }
   reply.SetResult(kDone);
   reply.AddStringParam(result, 1);
   reply.AddStringParam(lines, 1);

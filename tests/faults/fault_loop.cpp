@@ -445,7 +445,7 @@ TEST(FaultLoop, WhateverFailsTheAnswerIsRightOrAnErrorAndNothingStays) {
       {"UpgradeCode", Upgrade, "tavpath=@/old\n"},
       {"SetSettings", Save},
       {"port move", MovePort},
-      {"ReloadApp", Reload},
+      {"ReloadApp", Reload, "tavpath=@/agent\n"},
       {"QUIT", Quit},
       {"GetInfo", Same("GetInfo")},
       {"GetInfo, logged", Same("GetInfo"), "logsuccess=1\n", false, {"-d", "-v"}},
