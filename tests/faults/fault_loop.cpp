@@ -85,6 +85,7 @@ class TWatched : public Agent {
     Write("tav.cfg", config);
     std::vector<std::string> arguments = switches;
     arguments.push_back(At("@/tav.cfg"));
+    control->child = 0;
     Spawn(arguments);
   }
   void Launch() {
@@ -98,7 +99,7 @@ class TWatched : public Agent {
   bool Daemonize() {
     status = ExitStatus(pid);
     if (status == 0) pid = control->child;
-    return status == 0;
+    return pid > 0;
   }
   bool Listens() const {
     return Read(IsInteractive() ? "console" : "verbose.log").find("Listening...\n") != std::string::npos;

@@ -7,7 +7,6 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/auxv.h>
@@ -74,7 +73,7 @@ static long Interrupt(const struct timespec* wanted, struct timespec* rest, long
   X(kDesc, fcntl64, DUPLICATES, -1) X(kDesc, fcntl, DUPLICATES, -1) X(kDesc, epoll_create1, 1, -1)               \
   X(kDesc, eventfd, 1, -1) X(kDesc, syscall, a == SYS_pidfd_open, -1) X(kDesc, freopen64, 1, 0)                  \
   X(kIntr, accept4, 1, -1)                                                                               \
-  X(kProc, fork, 1, -1) X(kProc, pthread_create, 1, EAGAIN)                                                      \
+  X(kProc, pthread_create, 1, EAGAIN)                                                      \
   X(kSpace | kIntr, write, kind == kInterrupted || IsFile((int)a), -1) X(kSpace, fsync, 1, -1)                   \
   X(kSpace, rename, 1, -1) X(kSpace, link, 1, -1) X(kSpace, fchmod, 1, -1) X(kSpace, ftruncate64, 1, -1)         \
   X(kStat, fstatat64, 1, -1) X(kStat, stat64, 1, -1) X(kStat, lstat64, 1, -1) X(kStat, fstat64, 1, -1)           \
@@ -106,13 +105,18 @@ ALLOCATOR(malloc)
 ALLOCATOR(calloc)
 ALLOCATOR(realloc)
 
-static void NoteChild(void) {
-  control->child = getpid();
+static TCall* realFork;
+pid_t shim_fork(void) __asm__("fork");
+pid_t shim_fork(void) {
+  const pid_t child = Fails(kProc, "fork") ? -1 : (pid_t)realFork(0, 0, 0, 0, 0, 0);
+  if (child > 0 && control != NULL) control->child = child;
+  return child;
 }
 
 __attribute__((constructor)) static void Begin(void) {
 #define FIND(kinds, name, counts, failure) real_##name = (TCall*)dlsym(RTLD_NEXT, #name);
   CALLS(FIND)
+  realFork = (TCall*)dlsym(RTLD_NEXT, "fork");
   unsetenv("LD_PRELOAD");
   const char* path = getenv("TAV_FAULTS");
   const long fd = path == NULL ? -1 : real_open64((long)path, O_RDWR | O_CLOEXEC, 0, 0, 0, 0);
@@ -124,5 +128,4 @@ __attribute__((constructor)) static void Begin(void) {
   if (!shared->startUp) shared->kind = kNoFault;
   __atomic_add_fetch(&shared->images, 1, __ATOMIC_SEQ_CST);
   control = shared;
-  pthread_atfork(NULL, NULL, NoteChild);
 }
