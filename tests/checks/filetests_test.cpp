@@ -58,15 +58,16 @@ TEST(FileTests, AnswerInTheirForm) {
 
 TEST(FolderSize, CountsTheFilesThatAreAskedFor) {
   const TTree tree;
-  for (const char* folder : {"sub/", "sub/*/", "sub/*/x/", "other/", "other/logs/", "other/logs/in/"})
+  for (const char* folder : {"sub/", "sub/*/", "sub/*/x/", "sub/*/*/", "other/", "other/logs/", "other/logs/in/"})
     tree.Add(folder);
-  const char* files[] = {"a.txt", "sub/b.txt", "sub/*/c.txt", "sub/*/x/c.txt", "other/b.dat", "other/logs/in/l"};
+  const char* files[] = {"a.txt",       "sub/b.txt",       "sub/*/c.txt", "sub/*/x/c.txt",
+                         "other/b.dat", "other/logs/in/l", "sub/*/*/d"};
   size_t size = 1;
   for (const char* file : files) tree.Add(file, std::string(std::exchange(size, size * 2), 'x'));
   ASSERT_EQ(0, symlink("other", (tree.path + "link").c_str()));
   // The folder named "*" counts in the place of the one that it lies in.
   const std::tuple<const char*, int, long long> rows[] = {
-      {"", 0, 1},      {"link", 0, 16}, {"*.txt", 0, 1}, {"*.txt", 1, 15}, {"", 1, 61},      {"logs", 1, 32},
+      {"", 0, 1},      {"link", 0, 16}, {"*.txt", 0, 1}, {"*.txt", 1, 15}, {"", 1, 125},     {"logs", 1, 32},
       {"logs", 0, -1}, {"a.txt", 0, 1}, {"none*", 0, 0}, {"none", 1, 0},   {"none/", 1, -1}, {"link/", 1, 48}};
   for (const auto& [path, recursive, total] : rows)
     EXPECT_EQ(total, GetFolderSize((tree.path + path).c_str(), recursive)) << path << " " << recursive;
