@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "client.h"
-#include "wirecommands.h"
+#include "client/wirecommands.h"
 
 namespace {
 

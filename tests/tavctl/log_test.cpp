@@ -5,9 +5,9 @@
 #include <random>
 
 #include "client.h"
-#include "logstate.h"
-#include "logwatch.h"
-#include "reply.h"
+#include "client/logstate.h"
+#include "client/logwatch.h"
+#include "client/reply.h"
 
 namespace {
 

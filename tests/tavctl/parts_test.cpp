@@ -3,13 +3,14 @@
 
 #include <fstream>
 
+#include "agent/upgrade.h"
 #include "client.h"
-#include "configcheck.h"
-#include "exprview.h"
-#include "program.h"
-#include "reply.h"
-#include "request.h"
-#include "text.h"
+#include "client/reply.h"
+#include "client/request.h"
+#include "client/text.h"
+#include "tavctl/configcheck.h"
+#include "tavctl/exprview.h"
+#include "tavctl/program.h"
 
 TEST(TavctlText, MakesWhatATerminalWouldObeyVisible) {
   EXPECT_EQ("\\x1b[31mred\\x07\\r\\n\\tb", Visible("\033[31mred\a\r\n\tb"));
@@ -96,7 +97,7 @@ TEST(TavctlUpgrade, RefusesWhatIsNoProgramForThisMachine) {
     EXPECT_FALSE(CheckProgram(bad, "f", failure)) << at;
   }
   EXPECT_FALSE(CheckProgram(good.substr(0, 100), "f", failure));
-  EXPECT_FALSE(CheckProgram(std::string(kMaxProgram + 1, 'x'), "f", failure));
+  EXPECT_FALSE(CheckProgram(std::string(kLargestProgram + 1, 'x'), "f", failure));
 }
 
 TEST(TavctlConfig, FindsWhatIsProbablyNotMeant) {

@@ -1,6 +1,6 @@
 // act: what the agent does for us.
-#include "commands.h"
-#include "text.h"
+#include "client/text.h"
+#include "tavctl/commands.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
-#include "args.h"
+#include "tavctl/args.h"
 
 #include <string.h>
 
-#include "text.h"
+#include "client/text.h"
 
 bool IsOption(const TArgRow& row) {
   return row.spelling[0] == '-';

@@ -1,6 +1,7 @@
-#include "commands.h"
+#include "tavctl/commands.h"
 
-#include "text.h"
+#include "client/text.h"
+#include "core/clock.h"
 
 TCommandRow Simple(const char* name, const char* help, const char* wire, std::vector<TArgRow> args, TBuild build,
                    TDecode decode) {
@@ -34,20 +35,29 @@ const std::vector<TCommandRow>& AllCommands() {
   return all;
 }
 
-TOutcome RunCommand(const TCommandRow& row, TContext& context, const TArgs& args) {
-  TOutcome outcome;
-  if (row.run != nullptr) {
-    row.run(context, args, outcome);
-    return outcome;
-  }
+namespace {
+
+void RunSimple(const TCommandRow& row, TContext& context, const TArgs& args, TOutcome& outcome) {
   TParams params;
   row.build(args, params);
   TReply reply;
-  if (!AskAgent(*context.agent, row.wire, params, reply, outcome, row.workMs == nullptr ? 0 : row.workMs(args)))
-    return outcome;
+  const long long workMs = row.workMs == nullptr ? 0 : row.workMs(args);
+  if (!AskAgent(*context.agent, row.wire, params, reply, outcome.failure, workMs)) return;
   TReader reader(reply);
   row.decode(reader, outcome.result);
   if (!reader.Finish(outcome.failure)) outcome.result = TResult();
+}
+
+}  // namespace
+
+TOutcome RunCommand(const TCommandRow& row, TContext& context, const TArgs& args) {
+  TOutcome outcome;
+  const long long start = MonotonicUs();
+  if (row.run != nullptr)
+    row.run(context, args, outcome);
+  else
+    RunSimple(row, context, args, outcome);
+  outcome.elapsedMs = static_cast<double>(MonotonicUs() - start) / 1000;
   return outcome;
 }
 

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "agent.h"
-#include "args.h"
-#include "output.h"
-#include "result.h"
+#include "client/agent.h"
+#include "tavctl/args.h"
+#include "tavctl/output.h"
+#include "tavctl/result.h"
 
 // What a running command may use.  One for each host; nothing in it is shared but constants.
 struct TContext {

@@ -2,7 +2,7 @@
 #include <set>
 #include <sstream>
 
-#include "commands.h"
+#include "tavctl/commands.h"
 
 namespace {
 

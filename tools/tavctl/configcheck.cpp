@@ -1,4 +1,4 @@
-#include "configcheck.h"
+#include "tavctl/configcheck.h"
 
 #include <errno.h>
 #include <string.h>
@@ -7,11 +7,11 @@
 
 #include <map>
 
+#include "client/reply.h"
+#include "client/settings.h"
+#include "client/text.h"
 #include "config/settings_file.h"
 #include "config/settings_keys.h"
-#include "remoteconfig.h"
-#include "reply.h"
-#include "text.h"
 
 namespace {
 

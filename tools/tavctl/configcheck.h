@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "errors.h"
+#include "client/failures.h"
 
 struct TFinding {
   int line = 0;  // 0: the file as a whole

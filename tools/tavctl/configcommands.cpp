@@ -3,10 +3,11 @@
 #include <fcntl.h>
 #include <string.h>
 
-#include "commands.h"
-#include "configcheck.h"
-#include "configinit.h"
 #include "core/closers.h"
+#include "core/writeall.h"
+#include "tavctl/commands.h"
+#include "tavctl/configcheck.h"
+#include "tavctl/configinit.h"
 
 namespace {
 
@@ -35,18 +36,12 @@ bool WriteNew(const std::string& path, const std::string& text, TFailure& failur
   if (!fd.IsOpen())
     return Fail(failure, TKind::kInput, "cannot create '" + path + "': " + strerror(errno),
                 "a file that is there is never overwritten");
-  for (size_t done = 0; done < text.size();) {
-    const ssize_t n = write(fd.Get(), text.data() + done, text.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      Fail(failure, TKind::kInput, "cannot write '" + path + "': " + strerror(errno));
-      if (path != "-") (void)unlink(path.c_str());
-      return false;
-    }
-    done += static_cast<size_t>(n);
-  }
-  return path == "-" || fsync(fd.Get()) == 0 ||
-         Fail(failure, TKind::kInput, "cannot write '" + path + "': " + strerror(errno));
+  const bool written =
+      WriteAll(fd.Get(), text.data(), static_cast<long long>(text.size())) && (path == "-" || fsync(fd.Get()) == 0);
+  if (written) return true;
+  Fail(failure, TKind::kInput, "cannot write '" + path + "': " + strerror(errno));
+  if (path != "-") (void)unlink(path.c_str());
+  return false;
 }
 
 void RunInit(TContext&, const TArgs& args, TOutcome& outcome) {

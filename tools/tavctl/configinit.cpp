@@ -1,4 +1,4 @@
-#include "configinit.h"
+#include "tavctl/configinit.h"
 
 #include <errno.h>
 #include <string.h>

@@ -3,8 +3,8 @@
 
 #include <string>
 
+#include "client/failures.h"
 #include "core/zostring.h"
-#include "errors.h"
 
 // The text, with every key of the agent's table in it.  It holds the password: wipe it.
 std::string SampleConfig(const String& password, const std::string& tavpath);

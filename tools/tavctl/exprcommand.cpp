@@ -1,8 +1,8 @@
 // expr: a search expression explained and tried.
 #include "checks/expressions.h"
-#include "commands.h"
-#include "exprview.h"
-#include "text.h"
+#include "client/text.h"
+#include "tavctl/commands.h"
+#include "tavctl/exprview.h"
 
 namespace {
 

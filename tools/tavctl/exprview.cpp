@@ -1,11 +1,11 @@
-#include "exprview.h"
+#include "tavctl/exprview.h"
 
 #include <string.h>
 
 #include <vector>
 
 #include "checks/expressions.h"
-#include "text.h"
+#include "client/text.h"
 
 namespace {
 

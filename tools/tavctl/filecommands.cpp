@@ -1,5 +1,5 @@
 // The tests of files and folders.
-#include "commands.h"
+#include "tavctl/commands.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // ping, info, wait.
-#include "agentinfo.h"
-#include "commands.h"
-#include "text.h"
+#include "client/agentinfo.h"
+#include "client/text.h"
+#include "tavctl/commands.h"
 
 namespace {
 
@@ -13,7 +13,7 @@ void AddSwitches(const char* name, const char* label, const std::vector<TSwitch>
 
 void RunInfo(TContext& context, const TArgs&, TOutcome& outcome) {
   TAgentInfo info;
-  if (!AskInfo(*context.agent, "GetInfo", info, outcome)) return;
+  if (!AskInfo(*context.agent, "GetInfo", info, outcome.failure)) return;
   TResult& result = outcome.result;
   result.named = true;
   result.headline =
@@ -40,17 +40,17 @@ void Greet(const TAgentInfo& info, const TContext& context, TOutcome& outcome) {
   if (context.view.format != TFormat::kTable) return outcome.result.Add("version", "version", version);
   const std::string where = context.view.many ? "" : context.agent->target.Name() + ": ";
   outcome.result.headline =
-      where + info.Value("AgentName") + " " + version + " answers in " + MillisecondsText(outcome.elapsedMs);
+      where + info.Value("AgentName") + " " + version + " answers in " + MillisecondsText(info.elapsedMs);
 }
 
 void RunPing(TContext& context, const TArgs&, TOutcome& outcome) {
   TAgentInfo info;
-  if (AskInfo(*context.agent, "GetInfo", info, outcome)) Greet(info, context, outcome);
+  if (AskInfo(*context.agent, "GetInfo", info, outcome.failure)) Greet(info, context, outcome);
 }
 
 void RunWait(TContext& context, const TArgs& args, TOutcome& outcome) {
   TAgentInfo info;
-  if (WaitForAgent(*context.agent, args.Milliseconds("--for", 30000), nullptr, info, outcome))
+  if (WaitForAgent(*context.agent, args.Milliseconds("--for", 30000), nullptr, info, outcome.failure))
     Greet(info, context, outcome);
 }
 

@@ -1,7 +1,7 @@
 // reload, restart, stop.
-#include "agentinfo.h"
-#include "commands.h"
-#include "text.h"
+#include "client/agentinfo.h"
+#include "client/text.h"
+#include "tavctl/commands.h"
 
 namespace {
 
@@ -13,18 +13,18 @@ void DecodeNothing(TReader&, TResult& result) {
 // The agent goes away within a second of its answer.
 void RunRestart(TContext& context, const TArgs& args, TOutcome& outcome) {
   TAgentInfo before, after;
-  if (!AskInfo(*context.agent, "GetInfo", before, outcome)) return;
+  if (!AskInfo(*context.agent, "GetInfo", before, outcome.failure)) return;
   TReply reply;
-  if (!AskAgent(*context.agent, "ReloadApp", TParams(), reply, outcome)) return;
+  if (!AskAgent(*context.agent, "ReloadApp", TParams(), reply, outcome.failure)) return;
   const long long waitMs = args.Milliseconds("--wait", 30000);
   if (waitMs == 0) {
     outcome.result.headline = "restart asked for";
     return;
   }
   const TRestart restart{before.Number("OpenedConnections")};
-  if (!WaitForAgent(*context.agent, waitMs, &restart, after, outcome)) return;
+  if (!WaitForAgent(*context.agent, waitMs, &restart, after, outcome.failure)) return;
   outcome.result.headline = after.Value("AgentName") + " " + after.Value("AgentVersion") + " is back after " +
-                            MillisecondsText(outcome.elapsedMs);
+                            MillisecondsText(after.elapsedMs);
 }
 
 }  // namespace

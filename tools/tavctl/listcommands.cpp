@@ -1,12 +1,10 @@
 // ls and ps.
 #include <algorithm>
 
-#include "commands.h"
+#include "core/filesearch.h"
+#include "tavctl/commands.h"
 
 namespace {
-
-// The attribute bits of a listed entry.
-constexpr long long kReadOnly = 1, kHidden = 2, kSystem = 4, kDirectory = 16;
 
 // The agent drops a wildcard that stands in the folder; as its mask it counts.
 void SplitMask(const std::string& path, std::string& folder, std::string& mask) {
@@ -20,9 +18,9 @@ void SplitMask(const std::string& path, std::string& folder, std::string& mask) 
 
 std::string Letters(long long bits) {
   std::string letters;
-  letters += bits & kDirectory ? 'd' : bits & kSystem ? 's' : '-';
-  letters += bits & kReadOnly ? 'r' : '-';
-  letters += bits & kHidden ? 'h' : '-';
+  letters += bits & AttrDirectory ? 'd' : bits & AttrSystem ? 's' : '-';
+  letters += bits & AttrReadOnly ? 'r' : '-';
+  letters += bits & AttrHidden ? 'h' : '-';
   return letters;
 }
 
@@ -43,7 +41,7 @@ struct TEntry {
 
 std::vector<TValue> RowOf(const TEntry& entry, bool detailed) {
   if (detailed) return {Letters(entry.bits), entry.size, entry.modified, entry.name};
-  return {entry.bits & kDirectory ? entry.name + "/" : entry.name};
+  return {entry.bits & AttrDirectory ? entry.name + "/" : entry.name};
 }
 
 std::vector<TEntry> DecodeEntries(TReader& reader, bool detailed, bool all, long long count) {
@@ -74,7 +72,7 @@ void RunLs(TContext& context, const TArgs& args, TOutcome& outcome) {
   params.Flag(8, false);
   params.Flag(9, detailed);
   TReply reply;
-  if (!AskAgent(*context.agent, "GetFilesList", params, reply, outcome)) return;
+  if (!AskAgent(*context.agent, "GetFilesList", params, reply, outcome.failure)) return;
 
   TReader reader(reply);
   const std::string listed = reader.Text("folder");
@@ -88,7 +86,7 @@ void RunLs(TContext& context, const TArgs& args, TOutcome& outcome) {
   if (!reader.Finish(outcome.failure)) return;
   // Folders first, then by name; the agent lists them as the folder happens to hold them.
   std::stable_sort(entries.begin(), entries.end(), [](const TEntry& a, const TEntry& b) {
-    const bool folderA = a.bits & kDirectory, folderB = b.bits & kDirectory;
+    const bool folderA = a.bits & AttrDirectory, folderB = b.bits & AttrDirectory;
     return folderA != folderB ? folderA : a.name < b.name;
   });
   TTable table{"entries", ColumnsOf(detailed), {}};
@@ -106,7 +104,7 @@ void RunLs(TContext& context, const TArgs& args, TOutcome& outcome) {
 
 void RunPs(TContext& context, const TArgs&, TOutcome& outcome) {
   TReply reply;
-  if (!AskAgent(*context.agent, "GetProcessesList", TParams(), reply, outcome, 30000)) return;
+  if (!AskAgent(*context.agent, "GetProcessesList", TParams(), reply, outcome.failure, 30000)) return;
   TReader reader(reply);
   std::vector<std::string> lines = SplitLines(reader.Decoded("list"));
   if (!reader.Finish(outcome.failure)) return;

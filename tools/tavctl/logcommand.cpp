@@ -5,52 +5,18 @@
 
 #include <atomic>
 
-#include "commands.h"
-#include "exprview.h"
-#include "logstate.h"
-#include "logwatch.h"
-#include "text.h"
+#include "client/logask.h"
+#include "client/logstate.h"
+#include "client/logwatch.h"
+#include "client/text.h"
+#include "tavctl/commands.h"
+#include "tavctl/exprview.h"
 
 namespace {
 
-constexpr const char* kWire = "TEST-TextLog2";
 constexpr int kLinesPerSave = 256;
 
 std::atomic<bool> interrupted{false};  // raised by SIGINT and SIGTERM: end behind the line at hand
-
-void PutFilter(size_t first, const TLogFilter& filter, TParams& params) {
-  params.Encoded(first, filter.text);
-  params.Flag(first + 1, filter.expression);
-  params.Flag(first + 2, !filter.ignoreCase);
-  params.Flag(first + 3, filter.wholeWord);
-}
-
-bool AskLog(const TAgent& agent, const TLogQuery& query, TLogAnswer& answer, TOutcome& outcome) {
-  TParams params;
-  params.Text(1, query.file);
-  params.Number(2, query.position);
-  params.Number(3, query.knownSize);
-  params.Number(4, 0);
-  params.Flag(5, query.scanAll);
-  PutFilter(6, query.first, params);
-  params.Flag(10, query.hasSecond);
-  if (query.hasSecond) PutFilter(11, query.second, params);
-  params.Flag(query.hasSecond ? 20 : 16, query.macros);
-  TReply reply;
-  // The agent tries three times, a second apart, to open a log, and a large one takes it a while to read.
-  if (!AskAgent(agent, kWire, params, reply, outcome, 60000)) return false;
-  TReader reader(reply);
-  answer.match = reader.Number("place of the match");
-  answer.line = reader.Text("line");
-  answer.more = reader.Flag("more flag");
-  answer.position = reader.Number("position");
-  answer.knownSize = reader.Number("known size");
-  answer.knownAge = reader.Number("known age");
-  answer.size = reader.Number("size");
-  answer.byFirst = reader.Flag("status");
-  answer.file = reader.Text("file name");
-  return reader.Finish(outcome.failure);
-}
 
 // A text with quotes in it is an expression; any other is looked for as it stands.
 bool ParseFilter(const TArgs& args, const std::string& text, TLogFilter& filter, TFailure& failure) {
@@ -104,7 +70,6 @@ class TLineOut {
   std::string Text(const TLogLine& line) const {
     if (context.view.format == TFormat::kJson) {
       TOutcome one;
-      one.code = "200";
       one.result.Add("line", "", line.text);
       one.result.Add("offset", "", line.offset);
       one.result.Add("filter", "", static_cast<long long>(line.filter));
@@ -144,12 +109,7 @@ struct TLogRun {
 
 bool CheckOnce(TLogRun& run, bool fromStart, TOutcome& outcome) {
   const auto ask = [&](const TLogQuery& query, TLogAnswer& answer, TFailure& failure) {
-    TOutcome one;
-    const bool answered = AskLog(*run.context.agent, query, answer, one);
-    outcome.code = one.code;
-    outcome.elapsedMs += one.elapsedMs;
-    if (!answered) failure = one.failure;
-    return answered;
+    return AskLog(*run.context.agent, query, answer, failure);
   };
   int unsaved = 0;
   TFailure saving;
@@ -205,7 +165,6 @@ void Follow(TLogRun& run, const TArgs& args, TOutcome& outcome) {
   bool fromStart = args.Has("--from-start");
   while (!interrupted) {
     outcome.failure = TFailure();
-    outcome.elapsedMs = 0;
     const bool checked = CheckOnce(run, fromStart, outcome);
     TOutcome saved;
     if (!Save(run, saved)) return void(outcome.failure = saved.failure);

@@ -6,9 +6,9 @@
 
 #include <algorithm>
 
-#include "manyhosts.h"
-#include "options.h"
 #include "protocol/twofish.h"
+#include "tavctl/manyhosts.h"
+#include "tavctl/options.h"
 
 namespace {
 

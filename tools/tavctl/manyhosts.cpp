@@ -1,4 +1,4 @@
-#include "manyhosts.h"
+#include "tavctl/manyhosts.h"
 
 #include <algorithm>
 #include <atomic>

@@ -4,8 +4,8 @@
 #include <functional>
 #include <vector>
 
-#include "result.h"
-#include "target.h"
+#include "client/target.h"
+#include "tavctl/result.h"
 
 // Runs `ask` for every target on at most `jobs` threads and hands each outcome to `report` as soon as all before it
 // are through; `report` runs on one thread at a time.

@@ -1,6 +1,6 @@
 // The tests of processes, load and network services.
-#include "commands.h"
-#include "text.h"
+#include "client/text.h"
+#include "tavctl/commands.h"
 
 namespace {
 

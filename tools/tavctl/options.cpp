@@ -1,4 +1,4 @@
-#include "options.h"
+#include "tavctl/options.h"
 
 #include <string.h>
 
@@ -6,7 +6,7 @@
 #include <deque>
 #include <map>
 
-#include "text.h"
+#include "client/text.h"
 
 namespace {
 

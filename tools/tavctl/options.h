@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "commands.h"
-#include "secrets.h"
+#include "client/secrets.h"
+#include "tavctl/commands.h"
 
 inline constexpr int kDefaultPort = 1055;
 

@@ -1,4 +1,4 @@
-#include "output.h"
+#include "tavctl/output.h"
 
 #include <stdio.h>
 #include <unistd.h>
@@ -6,7 +6,8 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "text.h"
+#include "client/text.h"
+#include "protocol/results.h"
 
 #include <fmt/core.h>
 
@@ -192,7 +193,8 @@ std::string RenderedJson(const TOutput& report) {
   object["host"] = report.target == nullptr ? TJson() : TJson(report.target->host);
   object["port"] = report.target == nullptr ? TJson() : TJson(report.target->port);
   object["command"] = report.command;
-  object["code"] = outcome.code.empty() ? TJson() : TJson(outcome.code);
+  const std::string code = report.target != nullptr && outcome.Ok() ? kDone : outcome.failure.code;
+  object["code"] = code.empty() ? TJson() : TJson(code);
   object["ok"] = outcome.Ok();
   object["elapsed_ms"] = std::round(outcome.elapsedMs * 1000) / 1000;
   if (outcome.Ok() || !outcome.result.fields.empty() || !outcome.result.tables.empty())
@@ -221,7 +223,7 @@ std::string RenderedFailure(const TView& view, const TOutput& report) {
   const TFailure& failure = report.outcome->failure;
   if (failure.kind == TKind::kOk || view.many || view.format == TFormat::kJson) return "";
   std::string out = Inked(view.errColour, TInk::kRed, "tavctl: ") + Visible(failure.text);
-  if (!report.outcome->code.empty()) out += " (" + report.outcome->code + ")";
+  if (!failure.code.empty()) out += " (" + failure.code + ")";
   out += "\n";
   if (!failure.hint.empty() && !view.quiet)
     out += Inked(view.errColour, TInk::kDim, "  " + Visible(failure.hint)) + "\n";

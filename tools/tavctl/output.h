@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "result.h"
-#include "target.h"
+#include "client/target.h"
+#include "tavctl/result.h"
 
 enum class TFormat { kTable, kPlain, kJson };
 

@@ -1,10 +1,11 @@
-#include "program.h"
+#include "tavctl/program.h"
 
 #include <elf.h>
 #include <stddef.h>
 #include <string.h>
 
-#include "text.h"
+#include "agent/upgrade.h"
+#include "client/text.h"
 
 namespace {
 
@@ -79,7 +80,7 @@ std::string DescribeProgram(const std::string& content) {
 
 bool CheckProgram(const std::string& content, const std::string& name, TFailure& failure) {
   const auto size = static_cast<long long>(content.size());
-  if (size < kMinProgram || size > kMaxProgram)
+  if (size < kSmallestProgram || size > kLargestProgram)
     return Fail(failure, TKind::kInput, "'" + name + "' has " + NumberText(size) + " bytes",
                 "agents take 101 to 10,485,759 bytes; a stripped program is smaller");
   const bool fits = IsElf(content) && content[EI_CLASS] == kOwnClass && content[EI_DATA] == kOwnOrder &&

@@ -3,10 +3,7 @@
 
 #include <string>
 
-#include "errors.h"
-
-inline constexpr long long kMinProgram = 101;  // bytes; agents take nothing outside of these two
-inline constexpr long long kMaxProgram = 10485759;
+#include "client/failures.h"
 
 // Refuses what is no program for a machine like this one: an ELF executable of our own class, byte order and
 // processor.  Agents check nothing of it, and one that cannot start leaves its host without an agent.

@@ -1,10 +1,10 @@
 // raw: any command with any parameters, and all that goes over the wire.
 #include <string.h>
 
-#include "commands.h"
+#include "client/text.h"
+#include "client/wirecommands.h"
 #include "protocol/tav_const.h"
-#include "text.h"
-#include "wirecommands.h"
+#include "tavctl/commands.h"
 
 #include <fmt/core.h>
 
@@ -78,8 +78,6 @@ void RunRaw(TContext& context, const TArgs& args, TOutcome& outcome) {
   }
   explicit_bzero(trace.reply.data(), trace.reply.size());
   if (!answered) return;
-  outcome.code = reply.code;
-  outcome.elapsedMs = reply.elapsedMs;
   if (!reply.Ok()) outcome.failure = ExplainAnswer(name, reply.code, reply.lines);
 }
 

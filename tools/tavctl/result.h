@@ -6,7 +6,7 @@
 #include <variant>
 #include <vector>
 
-#include "errors.h"
+#include "client/failures.h"
 
 // How a value is shown to people; plain and JSON output carry the bare value.
 enum class TUnit { kNone, kBytes, kCount, kMilliseconds, kMinutes, kPercent, kOnOff, kYesNo, kHex32 };
@@ -45,7 +45,6 @@ struct TResult {
 
 struct TOutcome {
   TFailure failure;  // kind kOk: it went well
-  std::string code;  // the agent's; empty without an answer
   double elapsedMs = 0;
   TResult result;
   bool printed = false;  // the command has written its output itself

@@ -5,9 +5,9 @@
 #include <fstream>
 #include <sstream>
 
-#include "commands.h"
-#include "inputfiles.h"
-#include "text.h"
+#include "client/inputfiles.h"
+#include "client/text.h"
+#include "tavctl/commands.h"
 
 namespace {
 
@@ -61,7 +61,7 @@ void RunScript(TContext& context, const TArgs& args, TOutcome& outcome) {
   params.Number(4, (waitMs + 999) / 1000);
   params.Number(5, args.Number("--lines", kLines));
   TReply reply;
-  if (!AskAgent(*context.agent, "TEST-ShellScript", params, reply, outcome, WaitWorkMs(args))) return;
+  if (!AskAgent(*context.agent, "TEST-ShellScript", params, reply, outcome.failure, WaitWorkMs(args))) return;
 
   TReader reader(reply);
   std::string result = reader.Decoded("result line");

@@ -1,10 +1,10 @@
 // settings: get, set, diff, export.
 #include <string.h>
 
-#include "commands.h"
-#include "remoteconfig.h"
-#include "secrets.h"
-#include "text.h"
+#include "client/secrets.h"
+#include "client/settings.h"
+#include "client/text.h"
+#include "tavctl/commands.h"
 
 namespace {
 
@@ -50,7 +50,7 @@ void RunGet(TContext& context, const TArgs& args, TOutcome& outcome) {
   std::vector<const TSettingKey*> keys;
   TTAVSettings settings;
   if (!WantedKeys(args.List("NAME"), keys, outcome.failure)) return;
-  if (!FetchSettings(*context.agent, settings, outcome)) return;
+  if (!FetchSettings(*context.agent, settings, outcome.failure)) return;
   // With one name the value alone is what a script wants.
   outcome.result.named = keys.size() != 1;
   for (const TSettingKey* key : keys) {
@@ -94,28 +94,30 @@ void NoteEmptyTexts(const TContext& context, const std::vector<TChange>& changes
                              "file and comes back when that is loaded");
 }
 
-// Reads the settings from where the agent is after the change.
-bool ReadBack(TAgent& agent, const TTAVSettings& wanted, TTAVSettings& now, TOutcome& outcome) {
+// Follows the agent to its new port; false when it is not there.
+bool FollowPort(TAgent& agent, int port, TFailure& failure) {
   const int oldPort = agent.target.port;
+  TAgentInfo info;
+  TFailure last;
+  agent.target.port = port;
+  if (WaitForAgent(agent, kPortSwitchMs, nullptr, info, last)) return true;
+  agent.target.port = oldPort;
+  if (AskInfo(agent, "GetInfo", info, last))
+    return Fail(failure, TKind::kAgent,
+                "the agent could not open port " + std::to_string(port) + " and is back on " +
+                    std::to_string(oldPort),
+                "is another service there? Set the old port again: the agent's file already holds the new one");
+  return Fail(
+      failure, TKind::kTimeout,
+      "the agent answers neither on port " + std::to_string(port) + " nor on " + std::to_string(oldPort),
+      "a firewall may not let the new port through");
+}
+
+// Reads the settings from where the agent is after the change.
+bool ReadBack(TAgent& agent, const TTAVSettings& wanted, TTAVSettings& now, TFailure& failure) {
   if (wanted.password.Length() != 0) agent.password = std::make_shared<const TPasswordKeys>(wanted.password);
-  if (wanted.port != oldPort) {
-    TAgentInfo info;
-    TOutcome wait;
-    agent.target.port = wanted.port;
-    if (!WaitForAgent(agent, kPortSwitchMs, nullptr, info, wait)) {
-      agent.target.port = oldPort;
-      if (AskInfo(agent, "GetInfo", info, wait))
-        return Fail(outcome.failure, TKind::kAgent,
-                    "the agent could not open port " + std::to_string(wanted.port) + " and is back on " +
-                        std::to_string(oldPort),
-                    "is another service there? Set the old port again: the agent's file already holds the new one");
-      return Fail(
-          outcome.failure, TKind::kTimeout,
-          "the agent answers neither on port " + std::to_string(wanted.port) + " nor on " + std::to_string(oldPort),
-          "a firewall may not let the new port through");
-    }
-  }
-  return FetchSettings(agent, now, outcome);
+  if (wanted.port != agent.target.port && !FollowPort(agent, wanted.port, failure)) return false;
+  return FetchSettings(agent, now, failure);
 }
 
 void CompareBack(const std::vector<TChange>& changes, const TTAVSettings& before, const TTAVSettings& wanted,
@@ -141,7 +143,7 @@ void RunSet(TContext& context, const TArgs& args, TOutcome& outcome) {
   std::vector<TChange> changes;
   if (!CollectChanges(args, changes, outcome.failure)) return;
   TTAVSettings before;
-  if (!FetchSettings(*context.agent, before, outcome)) return;
+  if (!FetchSettings(*context.agent, before, outcome.failure)) return;
   TTAVSettings wanted = before;
   Apply(changes, wanted);
   for (const std::string& warning : Warnings(wanted, OwnAddress(context.agent->target)))
@@ -150,12 +152,12 @@ void RunSet(TContext& context, const TArgs& args, TOutcome& outcome) {
   TParams params;
   for (const TChange& change : changes) params.Raw(std::string(change.key->wire) + "=" + change.value);
   TReply reply;
-  if (!AskAgent(*context.agent, "SetSettings", params, reply, outcome)) return;
+  if (!AskAgent(*context.agent, "SetSettings", params, reply, outcome.failure)) return;
   NoteEmptyTexts(context, changes);
   TAgent agent = *context.agent;
   TTAVSettings now;
-  if (!ReadBack(agent, wanted, now, outcome)) {
-    outcome.code.clear();
+  if (!ReadBack(agent, wanted, now, outcome.failure)) {
+    outcome.failure.code.clear();
     outcome.failure.text = "set and saved, but it cannot be read back: " + outcome.failure.text;
     return;
   }
@@ -172,7 +174,7 @@ void RunDiff(TContext& context, const TArgs& args, TOutcome& outcome) {
   memcpy(file.cfgfile, path.c_str(), path.size() + 1);
   String message;
   (void)file.LoadOptions_(message);  // a program that is not installed here is no fault of the file's
-  if (!FetchSettings(*context.agent, agent, outcome)) return;
+  if (!FetchSettings(*context.agent, agent, outcome.failure)) return;
   TTable table{
       "differences",
       {{"name", "setting", TUnit::kNone}, {"file", "file", TUnit::kNone}, {"agent", "agent", TUnit::kNone}},
@@ -189,7 +191,7 @@ void RunDiff(TContext& context, const TArgs& args, TOutcome& outcome) {
 
 void RunExport(TContext& context, const TArgs& args, TOutcome& outcome) {
   TTAVSettings settings;
-  if (!FetchSettings(*context.agent, settings, outcome)) return;
+  if (!FetchSettings(*context.agent, settings, outcome.failure)) return;
   TTable table{"lines", {{"line", "", TUnit::kNone}}, {}};
   table.rows.push_back({"# settings of " + context.agent->target.Name() + ", which reports no paths and no host="});
   for (const TSettingKey* key : ReportedKeys()) {

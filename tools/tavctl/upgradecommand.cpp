@@ -5,12 +5,13 @@
 
 #include <algorithm>
 
-#include "agentinfo.h"
-#include "commands.h"
-#include "inputfiles.h"
-#include "program.h"
+#include "agent/upgrade.h"
+#include "client/agentinfo.h"
+#include "client/inputfiles.h"
+#include "client/text.h"
 #include "protocol/tav_const.h"
-#include "text.h"
+#include "tavctl/commands.h"
+#include "tavctl/program.h"
 
 namespace {
 
@@ -44,7 +45,6 @@ bool ReadReply(TLink& link, const TAgent& agent, const TPacket& packet, TReply& 
   std::string answer;
   if (!link.ReadPacket(answer, agent.timeoutMs + 30000, agent.timeoutMs, outcome.failure)) return false;
   if (!ParseReply(OpenPacket(packet, answer), reply, outcome.failure)) return false;
-  outcome.code = reply.code;
   if (reply.Ok()) return true;
   outcome.failure = ExplainAnswer("UpgradeCode", reply.code, reply.lines);
   return false;
@@ -97,7 +97,7 @@ void AddChanges(const TAgentInfo& before, const TAgentInfo& after, TOutcome& out
     if (old != line.second) table.rows.push_back({line.first, old, line.second});
   }
   outcome.result.headline = after.Value("AgentName") + " " + after.Value("AgentVersion") + " answers after " +
-                            MillisecondsText(outcome.elapsedMs) +
+                            MillisecondsText(after.elapsedMs) +
                             (table.rows.empty() ? "; it reports what it did before" : "");
   outcome.result.Add("version_before", "version before", before.Value("AgentVersion"));
   outcome.result.Add("version", "version now", after.Value("AgentVersion"));
@@ -108,14 +108,14 @@ void RunUpgrade(TContext& context, const TArgs& args, TOutcome& outcome) {
   std::string content;
   TAgentInfo before, after;
   const std::string name = args.Text("FILE");
-  if (!ReadInput(name, kMaxProgram + 1, content, outcome.failure)) return;
+  if (!ReadInput(name, kLargestProgram + 1, content, outcome.failure)) return;
   if (!CheckProgram(content, name, outcome.failure)) {
     const auto size = static_cast<long long>(content.size());
-    if (!args.Has("--force") || size < kMinProgram || size > kMaxProgram) return;
+    if (!args.Has("--force") || size < kSmallestProgram || size > kLargestProgram) return;
     Note(context.view, "tavctl: forced: " + outcome.failure.text);
     outcome.failure = TFailure();
   }
-  if (!AskInfo(*context.agent, "GetInfo", before, outcome)) return;
+  if (!AskInfo(*context.agent, "GetInfo", before, outcome.failure)) return;
   bool sent = false;
   for (const long pauseMs : kPausesMs) {
     outcome = TOutcome();
@@ -125,7 +125,7 @@ void RunUpgrade(TContext& context, const TArgs& args, TOutcome& outcome) {
   }
   if (!sent) return;
   const TRestart restart{before.Number("OpenedConnections")};
-  if (!WaitForAgent(*context.agent, args.Milliseconds("--wait", 60000), &restart, after, outcome)) {
+  if (!WaitForAgent(*context.agent, args.Milliseconds("--wait", 60000), &restart, after, outcome.failure)) {
     outcome.failure.text = "the agent took the file, but the new one does not answer: " + outcome.failure.text;
     return;
   }

@@ -1,4 +1,4 @@
-#include "wirecommands.h"
+#include "client/wirecommands.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 
 #include <string>
 
+#include "client/failures.h"
+#include "client/target.h"
 #include "core/closers.h"
-#include "errors.h"
-#include "target.h"
 
 // A reply longer than this is taken for noise: a folder of 200,000 entries fits many times over.
 inline constexpr long long kMaxReply = 64LL * 1024 * 1024;

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "agentinfo.h"
+#include "client/agentinfo.h"
 #include "config/settings.h"
 #include "config/settings_keys.h"
 
@@ -18,7 +18,7 @@ std::string NameOf(const TSettingKey& key);
 bool IsSecret(const TSettingKey& key);
 
 // Asks with "GetSettings" and takes every reported value.
-bool FetchSettings(const TAgent& agent, TTAVSettings& settings, TOutcome& outcome);
+bool FetchSettings(const TAgent& agent, TTAVSettings& settings, TFailure& failure);
 
 // A value as the configuration file holds it.
 std::string FileText(const TTAVSettings& settings, const TSettingKey& key);

@@ -1,11 +1,11 @@
-#include "remoteconfig.h"
+#include "client/settings.h"
 
 #include <arpa/inet.h>
 #include <string.h>
 
 #include "agent/ipfilter.h"
+#include "client/text.h"
 #include "protocol/tav_const.h"
-#include "text.h"
 
 namespace {
 
@@ -116,9 +116,9 @@ bool IsSecret(const TSettingKey& key) {
   return IsWire(key, "Password");
 }
 
-bool FetchSettings(const TAgent& agent, TTAVSettings& settings, TOutcome& outcome) {
+bool FetchSettings(const TAgent& agent, TTAVSettings& settings, TFailure& failure) {
   TAgentInfo info;
-  if (!AskInfo(agent, "GetSettings", info, outcome)) return false;
+  if (!AskInfo(agent, "GetSettings", info, failure)) return false;
   for (const TSettingKey* key : ReportedKeys()) {
     std::string value = info.Value(key->wire);
     for (const auto& list : {info.tests, info.actions})

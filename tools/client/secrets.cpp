@@ -1,4 +1,4 @@
-#include "secrets.h"
+#include "client/secrets.h"
 
 #include <errno.h>
 #include <fcntl.h>

@@ -1,10 +1,10 @@
-#include "errors.h"
+#include "client/failures.h"
 
 #include <string.h>
 
+#include "client/text.h"
+#include "client/wirecommands.h"
 #include "config/settings_keys.h"
-#include "text.h"
-#include "wirecommands.h"
 
 namespace {
 
@@ -141,6 +141,7 @@ bool Fail(TFailure& failure, TKind kind, const std::string& text, const std::str
   failure.kind = kind;
   failure.text = text;
   failure.hint = hint.empty() ? KindHint(kind) : hint;
+  failure.code.clear();
   return false;
 }
 
@@ -159,9 +160,11 @@ TFailure ExplainAnswer(const std::string& wire, const std::string& code, const s
   TFailure failure;
   if (code == "600") {
     Fail(failure, TKind::kSwitchedOff, text.empty() ? "the agent does not allow it" : text, SwitchHint(wire));
+    failure.code = code;
     return failure;
   }
   failure.kind = TKind::kAgent;
+  failure.code = code;
   failure.text = text;
   for (const TCodeRow& row : kCodes) {
     if (code != row.code) continue;

@@ -1,11 +1,11 @@
-#include "target.h"
+#include "client/target.h"
 
 #include <errno.h>
 #include <string.h>
 
 #include <fstream>
 
-#include "text.h"
+#include "client/text.h"
 
 bool ParseTarget(const std::string& text, int port, TTarget& target) {
   target.port = port;

@@ -1,12 +1,10 @@
-#include "request.h"
+#include "client/request.h"
 
+#include "client/text.h"
+#include "core/cmdline_split.h"
 #include "protocol/tav_const.h"
-#include "text.h"
 
 namespace {
-
-constexpr size_t kMaxWords = 23;
-constexpr size_t kMaxCommand = 1024;
 
 // The agent trims every value it reads: blanks, controls and, since it compares signed bytes, all beyond ASCII.
 bool TrimmedByAgent(char c) {
@@ -68,7 +66,7 @@ std::string TParams::RequestText(const std::string& wire) const {
 }
 
 bool JoinCommand(const std::vector<std::string>& words, std::string& commandLine, TFailure& failure) {
-  if (words.size() > kMaxWords)
+  if (words.size() > kMaxArguments)
     return Fail(failure, TKind::kUsage, "the agent takes at most 23 words on a command line",
                 "put the command into a file and send it with 'script'");
   commandLine.clear();
@@ -82,7 +80,7 @@ bool JoinCommand(const std::vector<std::string>& words, std::string& commandLine
     if (!commandLine.empty()) commandLine += ' ';
     commandLine += needsQuotes ? quote + word + quote : word;
   }
-  if (commandLine.size() >= kMaxCommand)
+  if (commandLine.size() >= kArgumentsSize)
     return Fail(failure, TKind::kUsage, "the agent takes at most 1023 bytes on a command line",
                 "put the command into a file and send it with 'script'");
   return true;

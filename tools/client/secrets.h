@@ -3,8 +3,8 @@
 
 #include <string>
 
+#include "client/failures.h"
 #include "core/zostring.h"
-#include "errors.h"
 
 struct TSecretSources {
   std::string passwordFile;  // "-": standard input

@@ -1,4 +1,4 @@
-#include "wire.h"
+#include "client/wire.h"
 
 #include <errno.h>
 #include <linux/sockios.h>
@@ -9,20 +9,14 @@
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <time.h>
 
 #include <algorithm>
 
+#include "client/text.h"
+#include "core/clock.h"
 #include "protocol/tav_const.h"
-#include "text.h"
 
 namespace {
-
-long long NowMs() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * 1000LL + now.tv_nsec / 1000000;
-}
 
 struct TAddresses {
   addrinfo* first = nullptr;
@@ -68,10 +62,10 @@ std::string OwnAddress(const TTarget& target) {
 }
 
 bool TLink::Wait(short events, long long timeoutMs, const char* doing, TFailure& failure) {
-  const long long deadline = NowMs() + timeoutMs;
+  const long long deadline = MonotonicMs() + timeoutMs;
   for (;;) {
     pollfd entry{fd.Get(), events, 0};
-    const long long left = std::max(0LL, deadline - NowMs());
+    const long long left = std::max(0LL, deadline - MonotonicMs());
     const int ready = poll(&entry, 1, static_cast<int>(std::min(left, 86400000LL)));
     if (ready > 0) return true;
     if (ready < 0 && errno != EINTR)
@@ -176,12 +170,12 @@ bool TLink::ReadPacket(std::string& packet, long long firstMs, long long timeout
 
 bool TLink::Drain(long long timeoutMs, TFailure& failure) {
   int before = -1;
-  for (long long since = NowMs();;) {
+  for (long long since = MonotonicMs();;) {
     int queued = 0;
     if (ioctl(fd.Get(), SIOCOUTQ, &queued) != 0 || queued == 0) return true;
-    if (queued != before) since = NowMs();
+    if (queued != before) since = MonotonicMs();
     before = queued;
-    if (NowMs() - since > timeoutMs) return Fail(failure, TKind::kTimeout, name + " takes no more data");
+    if (MonotonicMs() - since > timeoutMs) return Fail(failure, TKind::kTimeout, name + " takes no more data");
     // Readable now means an early reply or the connection's end; the caller reads which.
     pollfd entry{fd.Get(), POLLIN, 0};
     if (poll(&entry, 1, 5) > 0) return true;

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "errors.h"
+#include "client/failures.h"
 
 struct TTarget {
   std::string host = "127.0.0.1";

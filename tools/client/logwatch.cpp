@@ -1,4 +1,4 @@
-#include "logwatch.h"
+#include "client/logwatch.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "logstate.h"
+#include "client/logstate.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -9,7 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "inputfiles.h"
+#include "client/inputfiles.h"
 
 #include <fmt/core.h>
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "errors.h"
+#include "client/failures.h"
 
 // Reads a regular file (or, for "-", standard input) of at most `limit` bytes.
 bool ReadInput(const std::string& path, long long limit, std::string& content, TFailure& failure);

@@ -3,9 +3,9 @@
 
 #include <string>
 
+#include "client/logwatch.h"
+#include "client/target.h"
 #include "core/closers.h"
-#include "logwatch.h"
-#include "target.h"
 
 class TLogStateFile {
  public:

@@ -1,4 +1,4 @@
-#include "inputfiles.h"
+#include "client/inputfiles.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -6,23 +6,14 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include "client/text.h"
 #include "core/closers.h"
-#include "text.h"
+#include "core/writeall.h"
 
 namespace {
 
 bool FailOn(const char* what, const std::string& path, TFailure& failure) {
   return Fail(failure, TKind::kInput, std::string("cannot ") + what + " '" + path + "': " + strerror(errno));
-}
-
-bool WriteAll(int fd, const std::string& content) {
-  for (size_t done = 0; done < content.size();) {
-    const ssize_t n = write(fd, content.data() + done, content.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) return false;
-    done += static_cast<size_t>(n);
-  }
-  return true;
 }
 
 // So that the new name survives a crash, too.
@@ -61,7 +52,8 @@ bool WriteWhole(const std::string& path, const std::string& content, unsigned mo
   const std::string beside = path + ".new" + std::to_string(getpid());
   TFd fd(open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, static_cast<mode_t>(mode)));
   if (!fd.IsOpen()) return FailOn("create", beside, failure);
-  const bool written = WriteAll(fd.Get(), content) && fsync(fd.Get()) == 0;
+  const bool written =
+      WriteAll(fd.Get(), content.data(), static_cast<long long>(content.size())) && fsync(fd.Get()) == 0;
   if (!written || rename(beside.c_str(), path.c_str()) != 0) {
     FailOn("write", path, failure);
     (void)unlink(beside.c_str());

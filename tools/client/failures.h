@@ -24,6 +24,7 @@ struct TFailure {
   TKind kind = TKind::kOk;
   std::string text;
   std::string hint;
+  std::string code;  // the agent's; empty when it did not answer
 };
 
 // Sets `failure` and returns false, so that a refusal is one line at the place where it is found.  Without a hint

@@ -1,10 +1,10 @@
-#include "reply.h"
+#include "client/reply.h"
 
 #include <stdlib.h>
 #include <string.h>
 
+#include "client/text.h"
 #include "protocol/tav_const.h"
-#include "text.h"
 
 TReply::~TReply() {
   for (std::string& line : lines) explicit_bzero(line.data(), line.size());

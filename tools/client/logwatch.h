@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "errors.h"
+#include "client/failures.h"
 
 struct TLogFilter {
   std::string text;

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "errors.h"
+#include "client/failures.h"
 
 struct TReply {
   std::string code;

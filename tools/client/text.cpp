@@ -1,4 +1,4 @@
-#include "text.h"
+#include "client/text.h"
 
 #include <errno.h>
 #include <stdlib.h>

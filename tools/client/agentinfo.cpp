@@ -1,12 +1,11 @@
-#include "agentinfo.h"
+#include "client/agentinfo.h"
 
 #include <string.h>
-#include <time.h>
 
 #include <algorithm>
-#include <chrono>
 
-#include "text.h"
+#include "client/text.h"
+#include "core/clock.h"
 
 namespace {
 
@@ -20,11 +19,6 @@ bool DecodeSwitches(const TAgentInfo& info, const char* names, const char* marks
     return Fail(failure, TKind::kUndecodable, std::string("'") + marks + "' does not fit '" + names + "'");
   for (size_t i = 0; i < list.size(); ++i) out.push_back({list[i], digits[i] == '1'});
   return true;
-}
-
-void Pause(long long ms) {
-  timespec time{static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000 * 1000000)};
-  (void)nanosleep(&time, nullptr);
 }
 
 // The old process counts on, so a count that is not above the old one is a new process's; and one that was seen to
@@ -69,38 +63,35 @@ bool DecodeInfo(const TReply& reply, TAgentInfo& info, TFailure& failure) {
          DecodeSwitches(info, "Available actions", "Enabled actions", info.actions, failure);
 }
 
-bool AskInfo(const TAgent& agent, const char* wire, TAgentInfo& info, TOutcome& outcome) {
+bool AskInfo(const TAgent& agent, const char* wire, TAgentInfo& info, TFailure& failure) {
   TReply reply;
-  return AskAgent(agent, wire, TParams(), reply, outcome) && DecodeInfo(reply, info, outcome.failure);
+  if (!AskAgent(agent, wire, TParams(), reply, failure)) return false;
+  info.elapsedMs = reply.elapsedMs;
+  return DecodeInfo(reply, info, failure);
 }
 
 bool WaitForAgent(const TAgent& agent, long long forMs, const TRestart* restart, TAgentInfo& info,
-                  TOutcome& outcome) {
-  const auto start = std::chrono::steady_clock::now();
-  const auto passed = [&] {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
-  };
+                  TFailure& failure) {
+  const long long start = MonotonicMs();
   TAgent patient = agent;
   for (bool wasAway = false;;) {
-    patient.timeoutMs = std::max(1LL, std::min(agent.timeoutMs, forMs - passed()));
-    outcome = TOutcome();
-    info.lines.clear();
-    info.tests.clear();
-    info.actions.clear();
-    const bool answered = AskInfo(patient, "GetInfo", info, outcome);
+    patient.timeoutMs = std::max(1LL, std::min(agent.timeoutMs, start + forMs - MonotonicMs()));
+    failure = TFailure();
+    info = TAgentInfo();
+    const bool answered = AskInfo(patient, "GetInfo", info, failure);
+    const long long passed = MonotonicMs() - start;
     if (answered && (restart == nullptr || IsNewProcess(*restart, info, wasAway))) {
-      outcome.elapsedMs = static_cast<double>(passed());
+      info.elapsedMs = static_cast<double>(passed);
       return true;
     }
-    wasAway = wasAway || outcome.failure.kind == TKind::kUnreachable;
-    const TKind kind = outcome.failure.kind;
+    const TKind kind = failure.kind;
+    wasAway = wasAway || kind == TKind::kUnreachable;
     if (kind == TKind::kUnknownHost || kind == TKind::kConfig) return false;
-    if (passed() + kAskAgainMs >= forMs) break;
-    Pause(kAskAgainMs);
+    if (passed + kAskAgainMs >= forMs) break;
+    SleepUs(kAskAgainMs * 1000);
   }
-  const std::string last = outcome.Ok() ? "the old agent still answers" : outcome.failure.text;
-  outcome.code.clear();
-  return Fail(outcome.failure, TKind::kTimeout,
+  const std::string last = failure.kind == TKind::kOk ? "the old agent still answers" : failure.text;
+  return Fail(failure, TKind::kTimeout,
               "no answer within " + MillisecondsText(static_cast<double>(forMs)) + "; last: " + last,
               "look at the agent's log and its console on the host, or wait longer");
 }

@@ -5,8 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "agent.h"
-#include "result.h"
+#include "client/agent.h"
 
 struct TSwitch {
   std::string name;
@@ -16,6 +15,7 @@ struct TSwitch {
 struct TAgentInfo {
   std::vector<std::pair<std::string, std::string>> lines;  // name and value, in the agent's order
   std::vector<TSwitch> tests, actions;
+  double elapsedMs = 0;  // of the request, or of the wait
 
   ~TAgentInfo();  // wipes: the settings hold the password
 
@@ -25,7 +25,7 @@ struct TAgentInfo {
 
 bool DecodeInfo(const TReply& reply, TAgentInfo& info, TFailure& failure);
 // Asks with "GetInfo" or "GetSettings".
-bool AskInfo(const TAgent& agent, const char* wire, TAgentInfo& info, TOutcome& outcome);
+bool AskInfo(const TAgent& agent, const char* wire, TAgentInfo& info, TFailure& failure);
 
 // One way to wait for an agent: what of it is told apart.
 struct TRestart {
@@ -33,6 +33,6 @@ struct TRestart {
 };
 
 // Asks until the agent answers or the time is over; with `restart`, until a process answers that is not the old
-// one. The last reason is in the outcome's failure.
+// one.  The last reason is in the failure's text.
 bool WaitForAgent(const TAgent& agent, long long forMs, const TRestart* restart, TAgentInfo& info,
-                  TOutcome& outcome);
+                  TFailure& failure);

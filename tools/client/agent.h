@@ -6,12 +6,11 @@
 #include <memory>
 #include <string>
 
+#include "client/reply.h"
+#include "client/request.h"
+#include "client/target.h"
+#include "client/wire.h"
 #include "protocol/cipher.h"
-#include "reply.h"
-#include "request.h"
-#include "result.h"
-#include "target.h"
-#include "wire.h"
 
 // A request made ready: the packet and the key that opens its reply.
 struct TPacket {
@@ -42,6 +41,6 @@ class TAgent {
            TTrace* trace = nullptr) const;
 };
 
-// Asks the agent and sorts the answer: false unless it is "200".  Sets code, time and failure of the outcome.
-bool AskAgent(const TAgent& agent, const std::string& wire, const TParams& params, TReply& reply, TOutcome& outcome,
+// Asks the agent and sorts the answer: false, with `failure` set, unless it is "200".
+bool AskAgent(const TAgent& agent, const std::string& wire, const TParams& params, TReply& reply, TFailure& failure,
               long long workMs = 0);

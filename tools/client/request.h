@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "errors.h"
+#include "client/failures.h"
 
 class TParams {
  public:

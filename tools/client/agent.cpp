@@ -1,13 +1,12 @@
-#include "agent.h"
+#include "client/agent.h"
 
 #include <errno.h>
 #include <string.h>
 #include <sys/random.h>
 
-#include <chrono>
-
+#include "client/text.h"
+#include "core/clock.h"
 #include "protocol/tav_const.h"
-#include "text.h"
 
 namespace {
 
@@ -56,7 +55,7 @@ std::string OpenPacket(const TPacket& request, const std::string& packet) {
 bool TAgent::Ask(const std::string& wire, const TParams& params, TReply& reply, TFailure& failure, long long workMs,
                  TTrace* trace) const {
   if (!params.Finish(failure)) return false;
-  const auto start = std::chrono::steady_clock::now();
+  const long long start = MonotonicUs();
   TPacket packet;
   const std::string text = params.RequestText(wire);
   if (!MakePacket(*password, text, packet, failure)) return false;
@@ -73,7 +72,7 @@ bool TAgent::Ask(const std::string& wire, const TParams& params, TReply& reply, 
 
   std::string opened = OpenPacket(packet, answer);
   const bool parsed = ParseReply(opened, reply, failure);
-  reply.elapsedMs = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+  reply.elapsedMs = static_cast<double>(MonotonicUs() - start) / 1000;
   if (trace != nullptr) {
     trace->reply = opened;
     trace->replyPacket = answer;
@@ -82,12 +81,10 @@ bool TAgent::Ask(const std::string& wire, const TParams& params, TReply& reply, 
   return parsed;
 }
 
-bool AskAgent(const TAgent& agent, const std::string& wire, const TParams& params, TReply& reply, TOutcome& outcome,
+bool AskAgent(const TAgent& agent, const std::string& wire, const TParams& params, TReply& reply, TFailure& failure,
               long long workMs) {
-  if (!agent.Ask(wire, params, reply, outcome.failure, workMs)) return false;
-  outcome.code = reply.code;
-  outcome.elapsedMs = reply.elapsedMs;
+  if (!agent.Ask(wire, params, reply, failure, workMs)) return false;
   if (reply.Ok()) return true;
-  outcome.failure = ExplainAnswer(wire, reply.code, reply.lines);
+  failure = ExplainAnswer(wire, reply.code, reply.lines);
   return false;
 }
