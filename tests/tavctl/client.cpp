@@ -16,8 +16,8 @@ Ran Client::Run(const std::string& line, const std::string& before) const {
 
 Ran Client::RunBare(const std::string& line, const std::string& before) const {
   const std::string place = "cd @ && env -u TAV_PASSWORD -u TAV_PASSWORD_FILE -u CREDENTIALS_DIRECTORY HOME=@ ";
-  const std::string command =
-      agent.At(place) + "setsid " + before + " " TAVCTL_BINARY " " + agent.At(line + " >@/out 2>@/err </dev/null");
+  const std::string command = agent.At(place) + "setsid " + agent.At(before) + " " TAVCTL_BINARY " " +
+                              agent.At(line + " >@/out 2>@/err </dev/null");
   Ran ran;
   const int wait = system(command.c_str());
   ran.status = WIFEXITED(wait) ? WEXITSTATUS(wait) : 256 + WTERMSIG(wait);

@@ -15,7 +15,7 @@ class Client {
   explicit Client(const Agent& agent);
   // `line` is shell text; "@" is the agent's folder.  Host, port and password are given as options.
   Ran Run(const std::string& line, const std::string& before = "") const;
-  // Without any of them; `before` is put in front of the program.
+  // Without any of them; `before` is put in front of the program, "@" in it likewise.
   Ran RunBare(const std::string& line, const std::string& before = "") const;
 
  private:

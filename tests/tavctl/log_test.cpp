@@ -75,6 +75,10 @@ TEST(TavctlLog, SkipsWhatIsThereUnlessAskedAndTellsFiltersApart) {
   EXPECT_EQ("1\thalf an error\n2\twarning\n", client.Run("test log @/app.log --state @/a" + both).out);
   EXPECT_EQ("", client.Run("test log @/app.log --state @/a" + both).out);
   EXPECT_EQ(66, client.Run("test log @/other.log --state @/a" + both).status);
+  EXPECT_EQ(66, client.Run("-H localhost test log @/app.log --state @/a" + both).status);
+  EXPECT_EQ(66, client.Run("test log @/app.log --state @/a" + both, "flock @/a.lock").status);
+  EXPECT_EQ(0, client.Run("test log @/app.log --state @/a" + both).status);
+  EXPECT_FALSE(std::filesystem::exists(agent.At("@/a.lock")));
   EXPECT_EQ(1, client.Run("test log @/other.log --state @/c" + both).status);
   EXPECT_FALSE(std::filesystem::exists(agent.At("@/c")));
 }
@@ -88,12 +92,17 @@ TEST(TavctlLog, FollowsUntilInterrupted) {
   agent.Write("writer", agent.At("#!/bin/sh\nshown() { until grep -q \"$1\" @/out; do sleep 0.05; done; }\n"
                                  "until grep -q ready @/out; do echo ready line >>@/app.log; sleep 0.05; done\n"
                                  "echo line 1 >>@/app.log; shown 'line 1'; rm @/app.log; sleep 0.2\n"
-                                 "echo line 2 >@/app.log; shown 'line 2'; kill -INT $(cat @/client)\n"));
+                                 "echo line 2 >@/app.log; shown 'line 2'\ncat /proc/$(cat @/client)/environ "
+                                 ">@/environ; kill -INT $(cat @/client)\n"));
   ASSERT_EQ(0, system(agent.At("timeout 20 @/writer &").c_str()));
-  const Ran ran = client.Run("test log @/app.log --match line --follow --interval 0.05",
-                             agent.At("timeout 25 sh -c 'echo $$ >@/client; exec $*' sh"));
+  const Ran ran = client.RunBare(
+      "-p " + std::to_string(agent.port) + " test log @/app.log --match line --follow " + "--interval 0.05",
+      "timeout 25 sh -c 'echo $$ >@/client; TAV_PASSWORD=secret exec $*' sh");
   EXPECT_EQ(0, ran.status) << ran.err;
   EXPECT_NE(std::string::npos, ran.out.find("line\nline 1\nline 2\n")) << ran.out;
+  const std::string environment = agent.Read("environ");
+  EXPECT_NE(std::string::npos, environment.find("TAV_PASSWORD="));
+  EXPECT_EQ(std::string::npos, environment.find("TAV_PASSWORD=secret"));
 }
 
 TEST(TavctlLog, SendsAKnownSizeOfZeroOnlyOnce) {

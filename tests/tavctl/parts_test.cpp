@@ -1,21 +1,36 @@
 // The parts that need no agent.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "agent/upgrade.h"
 #include "client.h"
+#include "client/inputfiles.h"
 #include "client/reply.h"
 #include "client/request.h"
 #include "client/text.h"
-#include "tavctl/configcheck.h"
+#include "tavctl/args.h"
 #include "tavctl/exprview.h"
 #include "tavctl/program.h"
+
+namespace {
+
+std::string ReadFile(const std::string& path) {
+  std::ostringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
+  return text.str();
+}
+
+}  // namespace
 
 TEST(TavctlText, MakesWhatATerminalWouldObeyVisible) {
   EXPECT_EQ("\\x1b[31mred\\x07\\r\\n\\tb", Visible("\033[31mred\a\r\n\tb"));
   EXPECT_EQ("gr\xc3\xbc\xc3\x9f", Visible("gr\xc3\xbc\xc3\x9f"));
   EXPECT_EQ("\\xc3 \\xc0\\x80 \\xc2\\x9b \\xe2\\x80\\xae", Visible("\xc3 \xc0\x80 \xc2\x9b \xe2\x80\xae"));
+  for (const char* mark : {"\xe2\x81\xa6", "\xe2\x80\x8f", "\xd8\x9c", "\xef\xbb\xbf"})
+    EXPECT_EQ('\\', Visible(mark)[0]) << mark;
 }
 
 TEST(TavctlRequest, JoinsWordsAsTheAgentPartsThem) {
@@ -64,6 +79,17 @@ TEST(TavctlReply, TakesOnlyWhatAnAgentSends) {
     EXPECT_FALSE(ParseReply(bad, reply, failure)) << bad;
 }
 
+TEST(TavctlReply, MakesABadFlagUndecodable) {
+  for (const char* line : {"2", "", "true"}) {
+    TReply reply;
+    TFailure failure;
+    reply.lines = {line};
+    TReader reader(reply);
+    EXPECT_FALSE(reader.Flag("flag"));
+    EXPECT_FALSE(reader.Finish(failure)) << line;
+  }
+}
+
 TEST(TavctlExpr, SaysWhereAnExpressionIsWrong) {
   const struct {
     const char *text, *grouping;
@@ -86,33 +112,70 @@ TEST(TavctlExpr, SaysWhereAnExpressionIsWrong) {
   }
 }
 
-TEST(TavctlUpgrade, RefusesWhatIsNoProgramForThisMachine) {
-  std::string good(4096, '\0');
-  std::ifstream("/proc/self/exe", std::ios::binary).read(good.data(), 4096);
-  TFailure failure;
-  EXPECT_TRUE(CheckProgram(good, "f", failure)) << failure.text;
-  for (const size_t at : {0u, 4u, 5u, 16u, 18u}) {  // magic, class, byte order, type, machine
+TEST(TavctlUpgrade, RefusesWhatIsNoWholeAgent) {
+  const std::string good = ReadFile(AgentBinary());
+  const auto refused = [](const std::string& bytes) {
+    TFailure failure;
+    return CheckProgram(bytes, "f", failure) ? "taken" : failure.text;
+  };
+  const auto changed = [&good](size_t at, char byte) {
     std::string bad = good;
-    bad[at] = 99;
-    EXPECT_FALSE(CheckProgram(bad, "f", failure)) << at;
-  }
-  EXPECT_FALSE(CheckProgram(good.substr(0, 100), "f", failure));
-  EXPECT_FALSE(CheckProgram(std::string(kLargestProgram + 1, 'x'), "f", failure));
+    bad[at] = byte;
+    return bad;
+  };
+  EXPECT_EQ("taken", refused(good));
+  for (const size_t size : {size_t{100}, size_t{4096}, good.size() / 2, good.size() - 1})
+    EXPECT_NE("taken", refused(good.substr(0, size))) << size;
+  for (const size_t at : {0u, 4u, 5u, 16u, 32u, 40u, 56u})  // magic, class, order, type, both tables, their count
+    EXPECT_NE("taken", refused(changed(at, 99))) << at;
+  EXPECT_NE(std::string::npos, refused(ReadFile("/bin/true")).find("does not say"));
+  EXPECT_NE("taken", refused(std::string(kLargestProgram + 1, 'x')));
+
+  const std::string arm = changed(18, '\xB7');
+  EXPECT_EQ("taken", refused(arm));  // cannot be run here, and holds the mark
+  TFailure failure;
+  EXPECT_FALSE(CheckMachine(arm, "Linux 6.1.0-13-amd64 #1 SMP", failure));
+  EXPECT_TRUE(CheckMachine(arm, "Linux 6.1.0-13-arm64 #1 SMP", failure));
+  EXPECT_TRUE(CheckMachine(good, "Linux 5.10.0 #1 SMP", failure));
 }
 
-TEST(TavctlConfig, FindsWhatIsProbablyNotMeant) {
+TEST(TavctlFiles, AreWrittenWholeOrNotAtAll) {
   Agent agent;  // for its folder only
-  agent.Write("c",
-              "port=1\nport=2\nlogsuccess=yes\nnosuch=1\nno equals\ntimeout=1s\ntmpdir=/nonexistent\n"
-              "cpuusagescript=@/x\nfilteractive=1\nfilterlist=10.0.0.1 10.0.0.2\nfiltermarks=1\n"
-              "manageaddr=10.0.0.1 10.0.0.2\nbadlogfile=/nonexistent/log\n");
-  std::vector<TFinding> findings;
   TFailure failure;
-  ASSERT_TRUE(CheckConfig(agent.At("@/c"), findings, failure));
-  std::string all;
-  for (const TFinding& finding : findings) all += std::to_string(finding.line) + ": " + finding.text + "\n";
-  for (const char* expected : {"others than its owner", "2: 'port'", "3: logsuccess=yes", "4: unknown key 'nosuch'",
-                               "5: ", "6: timeout=1s", "tmpdir: '/nonexistent'", "cpuusagescript: ",
-                               "1 marks for 2", "manageaddr: ", "badlogfile: ", "Password is not specified"})
-    EXPECT_NE(std::string::npos, all.find(expected)) << expected << "\n" << all;
+  agent.Write("d/taken/x", "");
+  EXPECT_FALSE(WriteWhole(agent.At("@/d/taken"), "new", 0600, failure));
+  EXPECT_TRUE(WriteWhole(agent.At("@/d/file"), "new", 0600, failure));
+  std::string names;
+  for (const auto& entry : std::filesystem::directory_iterator(agent.At("@/d"))) names += entry.path().filename();
+  EXPECT_TRUE(names == "takenfile" || names == "filetaken") << names;
+}
+
+TEST(TavctlText, ReadsUnitsAndGuessesWords) {
+  const struct {
+    TArgKind kind;
+    std::string given, plain;  // empty: refused
+  } rows[] = {
+      {TArgKind::kSize, "4k", "4096"},
+      {TArgKind::kSize, "2M", "2097152"},
+      {TArgKind::kSize, "3G", ""},
+      {TArgKind::kSize, "k", ""},
+      {TArgKind::kSize, "1x", ""},
+      {TArgKind::kMinutes, "2h", "120"},
+      {TArgKind::kMinutes, "90s", ""},
+      {TArgKind::kMinutes, "3d", "4320"},
+      {TArgKind::kSeconds, "5m", "300.000000"},
+      {TArgKind::kSeconds, "2d", ""},
+      {TArgKind::kPatience, "0", ""},
+      {TArgKind::kCount, "0", ""},
+      {TArgKind::kSeconds, "0", "0.000000"},
+      {TArgKind::kName, "", ""},
+  };
+  for (const auto& row : rows) {
+    std::string value = row.given;
+    EXPECT_EQ(row.plain.empty(), !PlainArg({"X", row.kind, ""}, value).empty()) << row.given;
+    EXPECT_EQ(row.plain.empty() ? row.given : row.plain, value);
+  }
+  EXPECT_EQ("ping", Nearest("pign", {"info", "ping"}));
+  EXPECT_EQ("", Nearest("xyz", {"info", "ping"}));
+  EXPECT_EQ("/wA=", Base64(std::string("\xff\0", 2)));
 }

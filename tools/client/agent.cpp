@@ -64,7 +64,7 @@ bool TAgent::Ask(const std::string& wire, const TParams& params, TReply& reply, 
     trace->requestPacket = Bytes(packet.bytes);
   }
 
-  TLink link;
+  TLink link(deadline);
   std::string answer;
   if (!link.Connect(target, timeoutMs, failure)) return false;
   if (!link.Send(packet.bytes.Data(), static_cast<size_t>(packet.bytes.Length()), timeoutMs, failure)) return false;

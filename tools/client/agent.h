@@ -34,6 +34,7 @@ class TAgent {
   TTarget target;
   std::shared_ptr<const TPasswordKeys> password;
   long long timeoutMs = 10000;
+  long long deadline = 0;  // when all must be over, as MonotonicMs() counts; 0: never
 
   // Sends one request on a connection of its own.  `workMs` is how long the agent may work on it beyond the
   // time-out.  A reply with any code is a success here; `failure` is for what prevents a reply.

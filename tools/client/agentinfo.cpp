@@ -33,6 +33,10 @@ TAgentInfo::~TAgentInfo() {
   for (auto& line : lines) explicit_bzero(line.second.data(), line.second.size());
 }
 
+bool TAgentInfo::Has(const std::string& name) const {
+  return std::any_of(lines.begin(), lines.end(), [&](const auto& line) { return line.first == name; });
+}
+
 std::string TAgentInfo::Value(const std::string& name) const {
   for (const auto& line : lines)
     if (line.first == name) return line.second;
@@ -73,6 +77,7 @@ bool AskInfo(const TAgent& agent, const char* wire, TAgentInfo& info, TFailure& 
 bool WaitForAgent(const TAgent& agent, long long forMs, const TRestart* restart, TAgentInfo& info,
                   TFailure& failure) {
   const long long start = MonotonicMs();
+  if (agent.deadline != 0) forMs = std::min(forMs, agent.deadline - start);
   TAgent patient = agent;
   for (bool wasAway = false;;) {
     patient.timeoutMs = std::max(1LL, std::min(agent.timeoutMs, start + forMs - MonotonicMs()));

@@ -19,6 +19,7 @@ struct TAgentInfo {
 
   ~TAgentInfo();  // wipes: the settings hold the password
 
+  bool Has(const std::string& name) const;
   std::string Value(const std::string& name) const;  // empty when there is none
   long long Number(const std::string& name) const;   // 0 when there is none
 };

@@ -26,9 +26,12 @@ constexpr TKindRow kKinds[] = {
     {TKind::kInternal, "internal", 70, "this is a fault of tavctl; please report it with the command line"},
     {TKind::kTimeout, "timeout", 75, "give it more time with -t, or see whether a firewall drops the packets"},
     {TKind::kClosed, "closed", 76,
-     "wrong password, an address filter, or not a tav agent; the agent's log of failures tells which"},
+     "wrong password, an address filter, or not a tav agent: on the host, badlogfile= tells of the filter "
+     "(\"TCP connection rejected\"); of the password only a console (tav -i) or verboselogfile= of an agent "
+     "started with -v tells (\"Invalid BV request received\")"},
     {TKind::kSwitchedOff, "switched-off", 77, ""},
     {TKind::kConfig, "config", 78, "see PASSWORD in tavctl(1)"},
+    {TKind::kSkipped, "skipped", 1, ""},
 };
 
 const TKindRow& RowOf(TKind kind) {

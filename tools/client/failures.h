@@ -18,6 +18,7 @@ enum class TKind {
   kClosed,       // the connection ended without a reply
   kSwitchedOff,  // the agent's settings do not allow it
   kConfig,       // our own configuration, the password foremost
+  kSkipped,      // not asked, because others failed
 };
 
 struct TFailure {

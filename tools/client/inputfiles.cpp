@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 
 #include "client/text.h"
@@ -11,6 +12,8 @@
 #include "core/writeall.h"
 
 namespace {
+
+constexpr long long kMaxCopy = 16 * 1024 * 1024;
 
 bool FailOn(const char* what, const std::string& path, TFailure& failure) {
   return Fail(failure, TKind::kInput, std::string("cannot ") + what + " '" + path + "': " + strerror(errno));
@@ -44,8 +47,21 @@ bool ReadInput(const std::string& path, long long limit, std::string& content, T
     content.append(block, 0, static_cast<size_t>(n));
     if (static_cast<long long>(content.size()) > limit)
       return Fail(failure, TKind::kInput, "'" + path + "' is larger than " + SizeText(limit),
-                  "agents take no more in one request");
+                  "is it the right file?");
   }
+}
+
+bool InputPath(const std::string& given, std::string& path, TFd& copy, TFailure& failure) {
+  path = given;
+  if (given != "-") return true;
+  std::string content;
+  if (!ReadInput(given, kMaxCopy, content, failure)) return false;
+  copy = TFd(memfd_create("standard input", MFD_CLOEXEC));
+  const bool copied = copy.IsOpen() && fchmod(copy.Get(), 0600) == 0 &&
+                      WriteAll(copy.Get(), content.data(), static_cast<long long>(content.size()));
+  explicit_bzero(content.data(), content.size());  // it may hold a password
+  path = "/proc/self/fd/" + std::to_string(copy.Get());
+  return copied || FailOn("keep", "standard input", failure);
 }
 
 bool WriteWhole(const std::string& path, const std::string& content, unsigned mode, TFailure& failure) {

@@ -19,6 +19,7 @@ using TJson = nlohmann::ordered_json;
 
 constexpr int kStateSchema = 1;
 constexpr long long kMaxState = 1024 * 1024;
+constexpr const char* kLockSuffix = ".lock";
 
 // Lines of a log may hold any bytes, JSON may not: two hexadecimal digits for each.
 std::string Hex(const std::string& bytes) {
@@ -46,6 +47,13 @@ bool MakeFolders(const std::string& path) {
     if (mkdir(path.substr(0, at).c_str(), 0700) != 0 && errno != EEXIST) return false;
     if (at == std::string::npos) return true;
   }
+}
+
+bool IsAt(int fd, const std::string& path) {
+  struct stat open {
+  }, named{};
+  return fstat(fd, &open) == 0 && stat(path.c_str(), &named) == 0 && open.st_ino == named.st_ino &&
+         open.st_dev == named.st_dev;
 }
 
 }  // namespace
@@ -86,13 +94,27 @@ bool DecodeState(const std::string& text, TLogState& state, std::string& agent) 
   return !state.places.empty();
 }
 
+TLogStateFile::~TLogStateFile() {
+  if (lock.IsOpen()) (void)unlink((path + kLockSuffix).c_str());  // still ours; who waits for it looks again
+}
+
 bool TLogStateFile::Open(const std::string& file, const TTarget& target, TFailure& failure) {
   path = file;
   agent = target.Name();
-  const std::string name = path + ".lock";
-  lock = TFd(open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-  if (!lock.IsOpen()) return Fail(failure, TKind::kInput, "cannot create '" + name + "': " + strerror(errno));
-  if (flock(lock.Get(), LOCK_EX | LOCK_NB) == 0) return true;
+  return Lock(failure);
+}
+
+bool TLogStateFile::Lock(TFailure& failure) {
+  const std::string name = path + kLockSuffix;
+  // The one before us may have removed the name between our opening and our locking.
+  for (int tries = 0; tries < 10; ++tries) {
+    TFd fd(open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!fd.IsOpen()) return Fail(failure, TKind::kInput, "cannot create '" + name + "': " + strerror(errno));
+    if (flock(fd.Get(), LOCK_EX | LOCK_NB) != 0) break;
+    if (!IsAt(fd.Get(), name)) continue;
+    lock = std::move(fd);
+    return true;
+  }
   return Fail(failure, TKind::kInput, "another tavctl is at work with '" + path + "'",
               "wait for it, or use a state file each");
 }

@@ -9,6 +9,11 @@
 
 class TLogStateFile {
  public:
+  TLogStateFile() = default;
+  TLogStateFile(const TLogStateFile&) = delete;
+  TLogStateFile& operator=(const TLogStateFile&) = delete;
+  ~TLogStateFile();  // removes the lock
+
   // Takes the file for this process alone; another tavctl on it makes this fail.
   bool Open(const std::string& path, const TTarget& target, TFailure& failure);
   // An absent file leaves the state empty.  One that was made for another log or agent is refused.
@@ -16,6 +21,8 @@ class TLogStateFile {
   bool Save(const TLogState& state, TFailure& failure) const;
 
  private:
+  bool Lock(TFailure& failure);
+
   std::string path, agent;
   TFd lock;
 };

@@ -2,10 +2,12 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
-#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
 
 #include "config/settings.h"
 #include "core/closers.h"
@@ -14,15 +16,32 @@ namespace {
 
 constexpr size_t kMaxSecret = 1024;  // a line of the agent's configuration file holds no more
 
+constexpr int kPipePatienceMs = 10000;
+
+bool IsOwnGroup(gid_t group) {
+  if (getegid() == group) return true;
+  gid_t groups[1024];
+  const int count = getgroups(1024, groups);
+  return count > 0 && std::count(groups, groups + count, group) > 0;
+}
+
+// A service manager lends its files by an access list, which shows in the group's bits.
+bool IsLent(const std::string& path) {
+  const char* folder = getenv("CREDENTIALS_DIRECTORY");
+  return folder != nullptr && *folder != '\0' &&
+         path.compare(0, strlen(folder) + 1, std::string(folder) + "/") == 0;
+}
+
 // Refuses what someone else could have read: a password that leaked is no proof of anything.
 bool Guarded(int fd, const std::string& path, TFailure& failure) {
   struct stat info {};
   if (fstat(fd, &info) != 0)
     return Fail(failure, TKind::kConfig, "cannot look at '" + path + "': " + strerror(errno));
-  if (!S_ISREG(info.st_mode)) return Fail(failure, TKind::kConfig, "'" + path + "' is no regular file");
-  if ((info.st_mode & 077) == 0) return true;
-  return Fail(failure, TKind::kConfig, "'" + path + "' can be read by others than its owner",
-              "chmod 600 '" + path + "', and change the password if somebody may have seen it");
+  if (!S_ISREG(info.st_mode) && !S_ISFIFO(info.st_mode))
+    return Fail(failure, TKind::kConfig, "'" + path + "' is neither a regular file nor a pipe");
+  const std::string fault = RightsFault(info, path);
+  return fault.empty() || Fail(failure, TKind::kConfig, "'" + path + "' " + fault,
+                               "chmod 600 '" + path + "', and change the password if somebody may have seen it");
 }
 
 bool OpenGuarded(const std::string& path, TFd& fd, TFailure& failure) {
@@ -33,14 +52,29 @@ bool OpenGuarded(const std::string& path, TFd& fd, TFailure& failure) {
   return Guarded(fd.Get(), path, failure);
 }
 
-// The first line that `fd` gives.
-bool ReadLine(int fd, const std::string& from, String& secret, TFailure& failure) {
+// Waits until a pipe has something, or nobody to write to it.
+bool WaitForPipe(int fd) {
+  pollfd entry{fd, POLLIN, 0};
+  return poll(&entry, 1, kPipePatienceMs) > 0;
+}
+
+}  // namespace
+
+std::string RightsFault(const struct stat& info, const std::string& path) {
+  if ((info.st_mode & S_IRWXO) != 0) return "can be read or changed by everybody";
+  if ((info.st_mode & (S_IWGRP | S_IXGRP)) != 0) return "can be changed by its group";
+  if ((info.st_mode & S_IRGRP) != 0 && !IsOwnGroup(info.st_gid) && !IsLent(path))
+    return "can be read by a group that you are not in";
+  return "";
+}
+
+bool ReadSecretLine(int fd, const std::string& from, String& secret, TFailure& failure) {
   char buffer[kMaxSecret];
   size_t used = 0;
   bool ended = false;
   while (!ended && used < sizeof buffer) {
     const ssize_t n = read(fd, buffer + used, sizeof buffer - used);
-    if (n < 0 && errno == EINTR) continue;
+    if (n < 0 && (errno == EINTR || (errno == EAGAIN && WaitForPipe(fd)))) continue;
     if (n < 0) return Fail(failure, TKind::kConfig, "cannot read " + from + ": " + strerror(errno));
     ended = n == 0 || memchr(buffer + used, '\n', static_cast<size_t>(n)) != nullptr;
     used += static_cast<size_t>(n);
@@ -53,28 +87,9 @@ bool ReadLine(int fd, const std::string& from, String& secret, TFailure& failure
   return length != 0 || Fail(failure, TKind::kConfig, from + " holds no password");
 }
 
-bool Prompt(String& password, TFailure& failure) {
-  TFd terminal(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
-  termios before{};
-  if (!terminal.IsOpen() || !isatty(STDERR_FILENO) || tcgetattr(terminal.Get(), &before) != 0)
-    return Fail(failure, TKind::kConfig, "no password",
-                "give --password-file FILE (or -), --agent-config FILE, TAV_PASSWORD_FILE or TAV_PASSWORD");
-  const char question[] = "Agent's password: ";
-  termios silent = before;
-  silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-  (void)!write(terminal.Get(), question, sizeof question - 1);
-  tcsetattr(terminal.Get(), TCSAFLUSH, &silent);
-  const bool read = ReadLine(terminal.Get(), "the terminal", password, failure);
-  tcsetattr(terminal.Get(), TCSAFLUSH, &before);
-  (void)!write(terminal.Get(), "\n", 1);
-  return read;
-}
-
-}  // namespace
-
 bool ReadSecretFile(const std::string& path, String& secret, TFailure& failure) {
   TFd fd;
-  return OpenGuarded(path, fd, failure) && ReadLine(fd.Get(), "'" + path + "'", secret, failure);
+  return OpenGuarded(path, fd, failure) && ReadSecretLine(fd.Get(), "'" + path + "'", secret, failure);
 }
 
 bool ReadAgentConfig(const std::string& path, TAgentConfig& config, String* password, TFailure& failure) {
@@ -94,8 +109,8 @@ bool ReadAgentConfig(const std::string& path, TAgentConfig& config, String* pass
   return password == nullptr || !empty || Fail(failure, TKind::kConfig, "'" + path + "' holds no password");
 }
 
-bool FindPassword(const TSecretSources& sources, String& password, TFailure& failure) {
-  if (sources.passwordFile == "-") return ReadLine(STDIN_FILENO, "standard input", password, failure);
+bool FindPassword(const TSecretSources& sources, TAskForPassword ask, String& password, TFailure& failure) {
+  if (sources.passwordFile == "-") return ReadSecretLine(STDIN_FILENO, "standard input", password, failure);
   if (!sources.passwordFile.empty()) return ReadSecretFile(sources.passwordFile, password, failure);
   if (!sources.agentConfig.empty()) {
     TAgentConfig config;
@@ -111,5 +126,5 @@ bool FindPassword(const TSecretSources& sources, String& password, TFailure& fai
     explicit_bzero(value, strlen(value));
     return password.Length() != 0 || Fail(failure, TKind::kConfig, "TAV_PASSWORD is empty");
   }
-  return Prompt(password, failure);
+  return ask(password, failure);
 }

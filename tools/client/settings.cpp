@@ -1,7 +1,10 @@
 #include "client/settings.h"
 
 #include <arpa/inet.h>
+#include <ctype.h>
 #include <string.h>
+
+#include <algorithm>
 
 #include "agent/ipfilter.h"
 #include "client/text.h"
@@ -27,13 +30,21 @@ bool CheckFlag(const std::string& name, const std::string& given, std::string& s
   return on || off || Refuse(name, given, "is neither on nor off", failure);
 }
 
+// A time-out may come as "4s", though the agent counts milliseconds.
+std::string InMilliseconds(const std::string& given) {
+  double seconds = 0;
+  const bool unit = !given.empty() && isalpha(static_cast<unsigned char>(given.back())) != 0;
+  if (!unit || !ParseSeconds(given, seconds)) return given;
+  return std::to_string(static_cast<long long>(seconds * 1000));
+}
+
 bool CheckNumber(const TSettingKey& key, const std::string& given, std::string& sent, TFailure& failure) {
   long long number = 0;
   int port = 0;
-  sent = given;
+  sent = IsWire(key, "Timeout") ? InMilliseconds(given) : given;
   if (IsWire(key, "Port"))
     return ParsePort(given, port) || Refuse(NameOf(key), given, "is no port from 1 to 65535", failure);
-  const bool good = ParseNumber(given, number) && number >= 0 && number <= 0x7FFFFFFF && given[0] != ' ';
+  const bool good = ParseNumber(sent, number) && number >= 0 && number <= 0x7FFFFFFF && given[0] != ' ';
   return good || Refuse(NameOf(key), given, "is no number from 0 to 2147483647", failure);
 }
 
@@ -116,18 +127,38 @@ bool IsSecret(const TSettingKey& key) {
   return IsWire(key, "Password");
 }
 
-bool FetchSettings(const TAgent& agent, TTAVSettings& settings, TFailure& failure) {
+namespace {
+
+const TSwitch* FindSwitch(const TAgentInfo& info, const std::string& name) {
+  for (const auto* list : {&info.tests, &info.actions})
+    for (const TSwitch& one : *list)
+      if (one.name == name) return &one;
+  return nullptr;
+}
+
+}  // namespace
+
+bool FetchSettings(const TAgent& agent, TReported& settings, TFailure& failure) {
   TAgentInfo info;
   if (!AskInfo(agent, "GetSettings", info, failure)) return false;
   for (const TSettingKey* key : ReportedKeys()) {
-    std::string value = info.Value(key->wire);
-    for (const auto& list : {info.tests, info.actions})
-      for (const TSwitch& one : list)
-        if (one.name == key->wire) value = BoolConst[one.on];
-    TakeRemoteValue(settings, *key, ToString(value));
+    const TSwitch* one = FindSwitch(info, key->wire);
+    if (one == nullptr && !info.Has(key->wire)) continue;
+    settings.keys.insert(key);
+    std::string value = one != nullptr ? BoolConst[one->on] : info.Value(key->wire);
+    TakeRemoteValue(settings.values, *key, ToString(value));
     explicit_bzero(value.data(), value.size());
   }
   return true;
+}
+
+bool UnknownSetting(const std::string& name, TFailure& failure) {
+  std::vector<std::string> names;
+  for (const TSettingKey& key : kSettingKeys)
+    if (key.key != nullptr) names.emplace_back(key.key);
+  const std::string near = Nearest(Lower(name), names);
+  return Fail(failure, TKind::kUsage, "unknown setting '" + Visible(name) + "'",
+              near.empty() ? "'settings get' lists the names" : "did you mean '" + near + "'?");
 }
 
 std::string FileText(const TTAVSettings& settings, const TSettingKey& key) {
@@ -157,9 +188,7 @@ bool ParseChange(const std::string& assignment, bool temporary, TChange& change,
                 "'settings get' lists the names");
   const std::string name = Trimmed(assignment.substr(0, equals));
   change.key = FindSetting(name);
-  if (change.key == nullptr)
-    return Fail(failure, TKind::kUsage, "unknown setting '" + Visible(name) + "'",
-                "'settings get' lists the names");
+  if (change.key == nullptr) return UnknownSetting(name, failure);
   if (IsSecret(*change.key))
     return Fail(failure, TKind::kUsage, "a password does not belong on the command line",
                 "put it into a file and give --new-password-file FILE");
@@ -172,30 +201,47 @@ bool ParseChange(const std::string& assignment, bool temporary, TChange& change,
   return CheckValue(*change.key, Trimmed(assignment.substr(equals + 1)), change.value, failure);
 }
 
-std::vector<std::string> Warnings(TTAVSettings settings, const std::string& own) {
-  std::vector<std::string> warnings;
-  const std::string filter = FileText(settings, *FindSetting("filterlist"));
-  size_t entries = 0;
-  for (size_t at = 0; (at = filter.find_first_not_of(' ', at)) != std::string::npos; ++entries)
-    at = std::min(filter.find(' ', at), filter.size());
-  const size_t marks = static_cast<size_t>(settings.filtermarks.Length());
-  if (entries != marks && settings.filteractive)
-    warnings.push_back("filtermarks has " + std::to_string(marks) + " marks for " + std::to_string(entries) +
-                       " addresses of filterlist");
+namespace {
+
+// The entries of the list with their marks, as far as there are both.
+std::vector<std::string> Entries(const TTAVSettings& settings) {
+  std::vector<std::string> entries;
+  for (const std::string& line : SplitLines(Bytes(settings.filterlist)))
+    if (const std::string entry = Trimmed(line); !entry.empty()) entries.push_back(entry);
+  return entries;
+}
+
+}  // namespace
+
+std::string FilterOddity(const TTAVSettings& settings) {
+  const size_t entries = Entries(settings).size();
+  const auto marks = static_cast<size_t>(settings.filtermarks.Length());
+  if (!settings.filteractive || entries == marks) return "";
+  return "filtermarks has " + std::to_string(marks) + " marks for " + std::to_string(entries) +
+         " addresses of filterlist";
+}
+
+std::vector<std::string> ActiveEntries(const TTAVSettings& settings) {
+  std::vector<std::string> active;
+  const std::vector<std::string> entries = Entries(settings);
+  const std::string marks = Bytes(settings.filtermarks);
+  for (size_t i = 0; i < std::min(entries.size(), marks.size()); ++i)
+    if (marks[i] == '1') active.push_back(entries[i]);
+  return active;
+}
+
+std::vector<std::string> Lockouts(const TTAVSettings& settings, const std::string& own) {
+  std::vector<std::string> lockouts;
+  if (!settings.allowmanage) lockouts.emplace_back("allowmanage=0 takes away this command, too");
   in_addr address{};
-  if (inet_pton(AF_INET, own.c_str(), &address) != 1) return warnings;
+  if (inet_pton(AF_INET, own.c_str(), &address) != 1) return lockouts;
   std::string active = "\r\n";
-  for (size_t i = 0; i < std::min(entries, marks); ++i) {
-    String word = settings.filterlist.GetWord(static_cast<int>(i) + 1, '\n');
-    if (settings.filtermarks[static_cast<int>(i) + 1] == '1') active += Bytes(word.Trim()) + "\r\n";
-  }
+  for (const std::string& entry : ActiveEntries(settings)) active += entry + "\r\n";
   if (settings.filteractive && !PassesFilter(address, ToString(active)))
-    warnings.push_back("the address filter shuts out your own address, " + own);
+    lockouts.push_back("the address filter shuts out your own address, " + own);
   String error;
-  if (!settings.allowmanage)
-    warnings.push_back("allowmanage=0 takes away this command, too");
-  else if (!IPAllowed(address, settings.manageaddr, error))
-    warnings.push_back("manageaddr leaves out your own address, " + own +
+  if (!IPAllowed(address, settings.manageaddr, error))
+    lockouts.push_back("manageaddr leaves out your own address, " + own +
                        ", for this and the other management commands");
-  return warnings;
+  return lockouts;
 }

@@ -1,6 +1,7 @@
 // An agent's settings as a settings object of our own, filled and read through the agent's key table.
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -8,17 +9,27 @@
 #include "config/settings.h"
 #include "config/settings_keys.h"
 
-// The keys that an agent reports, in the order of its reports.
+// The keys that an agent of our version reports, in the order of its reports.
 const std::vector<const TSettingKey*>& ReportedKeys();
 
 // By key or by the server's name, letter case ignored; null when there is none.
 const TSettingKey* FindSetting(const std::string& name);
+// Says so, and which name was probably meant; returns false.
+bool UnknownSetting(const std::string& name, TFailure& failure);
 // What it is called: its key, or the server's name for what is not in the file.
 std::string NameOf(const TSettingKey& key);
 bool IsSecret(const TSettingKey& key);
 
+// What an agent says of its settings.  An older one does not report all that ours does.
+struct TReported {
+  TTAVSettings values;
+  std::set<const TSettingKey*> keys;  // that it has reported
+
+  bool Has(const TSettingKey& key) const { return keys.count(&key) != 0; }
+};
+
 // Asks with "GetSettings" and takes every reported value.
-bool FetchSettings(const TAgent& agent, TTAVSettings& settings, TFailure& failure);
+bool FetchSettings(const TAgent& agent, TReported& settings, TFailure& failure);
 
 // A value as the configuration file holds it.
 std::string FileText(const TTAVSettings& settings, const TSettingKey& key);
@@ -38,5 +49,9 @@ struct TChange {
 bool ParseChange(const std::string& assignment, bool temporary, TChange& change, TFailure& failure);
 // Checks the value of one setting and brings it into the form that is sent.
 bool CheckValue(const TSettingKey& key, const std::string& given, std::string& sent, TFailure& failure);
-// What the user should know about settings that are about to be in force; `own` is the address that the agent sees.
-std::vector<std::string> Warnings(TTAVSettings settings, const std::string& own);
+// What is odd about the address filter; empty when nothing is.
+std::string FilterOddity(const TTAVSettings& settings);
+// The addresses that the filter has in force.
+std::vector<std::string> ActiveEntries(const TTAVSettings& settings);
+// Why somebody at the address `own`, as the agent sees it, could no longer do this and other management commands.
+std::vector<std::string> Lockouts(const TTAVSettings& settings, const std::string& own);

@@ -1,11 +1,16 @@
 #include "client/target.h"
 
-#include <errno.h>
-#include <string.h>
+#include <algorithm>
+#include <sstream>
 
-#include <fstream>
-
+#include "client/inputfiles.h"
 #include "client/text.h"
+
+namespace {
+
+constexpr long long kMaxHosts = 16 * 1024 * 1024;  // bytes
+
+}  // namespace
 
 bool ParseTarget(const std::string& text, int port, TTarget& target) {
   target.port = port;
@@ -16,7 +21,9 @@ bool ParseTarget(const std::string& text, int port, TTarget& target) {
     target.host = text.substr(1, close - 1);
     rest = text.substr(close + 1);
   } else {
-    const size_t colon = text.find(':');
+    // More than one colon is an address of the new kind, bare.
+    const bool bare = std::count(text.begin(), text.end(), ':') > 1;
+    const size_t colon = bare ? std::string::npos : text.find(':');
     target.host = text.substr(0, colon);
     if (colon != std::string::npos) rest = text.substr(colon);
   }
@@ -26,16 +33,17 @@ bool ParseTarget(const std::string& text, int port, TTarget& target) {
 }
 
 bool ReadHosts(const std::string& path, int port, std::vector<TTarget>& targets, TFailure& failure) {
-  std::ifstream file(path);
-  if (!file) return Fail(failure, TKind::kInput, "cannot open '" + path + "': " + strerror(errno));
+  std::string text;
+  if (!ReadInput(path, kMaxHosts, text, failure)) return false;
+  std::istringstream file(text);
   std::string line;
   for (int number = 1; std::getline(file, line); ++number) {
-    const std::string text = Trimmed(line.substr(0, line.find('#')));
-    if (text.empty()) continue;
+    const std::string entry = Trimmed(line.substr(0, line.find('#')));
+    if (entry.empty()) continue;
     TTarget target;
-    if (!ParseTarget(text, port, target))
+    if (!ParseTarget(entry, port, target))
       return Fail(failure, TKind::kInput,
-                  path + ":" + std::to_string(number) + ": '" + Visible(text) + "' is no host",
+                  path + ":" + std::to_string(number) + ": '" + Visible(entry) + "' is no host",
                   "write host or host:port, one a line; without a port there, give -p");
     targets.push_back(target);
   }

@@ -4,7 +4,9 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <cmath>
+#include <map>
 
 #include <fmt/core.h>
 
@@ -29,8 +31,9 @@ size_t Sequence(const unsigned char* p, size_t left, unsigned& code) {
 
 // Controls of the second table, and the marks that turn the direction of what follows them.
 bool Treacherous(unsigned code) {
-  return code < 0xA0 || (code >= 0x202A && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069) ||
-         code == 0x2028 || code == 0x2029;
+  return code < 0xA0 || code == 0x061C || code == 0xFEFF || (code >= 0x200B && code <= 0x200F) ||
+         (code >= 0x202A && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069) || code == 0x2028 ||
+         code == 0x2029;
 }
 
 void AppendEscape(std::string& out, unsigned char c) {
@@ -135,11 +138,30 @@ bool ParseNumber(const std::string& text, long long& number) {
 }
 
 bool ParseSeconds(const std::string& text, double& seconds) {
-  if (text.empty() || text.size() > 12 || text.find_first_not_of("0123456789.") != std::string::npos) return false;
+  static const std::map<char, double> kUnits = {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86400}};
+  const auto unit = text.empty() ? kUnits.end() : kUnits.find(text.back());
+  const std::string digits = unit == kUnits.end() ? text : text.substr(0, text.size() - 1);
+  if (digits.empty() || digits.size() > 12 || digits.find_first_not_of("0123456789.") != std::string::npos)
+    return false;
   char* end = nullptr;
-  const double value = strtod(text.c_str(), &end);
-  if (*end != '\0' || end == text.c_str() || value > 86400) return false;
+  const double value = strtod(digits.c_str(), &end) * (unit == kUnits.end() ? 1 : unit->second);
+  if (*end != '\0' || end == digits.c_str() || value > 86400) return false;
   seconds = value;
+  return true;
+}
+
+bool ParseScaled(const std::string& text, const std::string& units, long long& number) {
+  long long factor = 1;
+  std::string digits = text;
+  const size_t unit = text.empty() || isdigit(static_cast<unsigned char>(text.back())) ? std::string::npos
+                                                                                       : units.find(text.back());
+  if (unit != std::string::npos) {
+    factor = atoll(units.c_str() + unit + 1);
+    digits.pop_back();
+  }
+  if (digits.empty() || digits.size() > 12 || digits.find_first_not_of("0123456789") != std::string::npos)
+    return false;
+  number = atoll(digits.c_str()) * factor;
   return true;
 }
 
@@ -168,4 +190,61 @@ std::string Lower(std::string text) {
   for (char& c : text)
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   return text;
+}
+
+namespace {
+
+// Letters to be changed, added, dropped or swapped with their neighbour to make one of the other.
+size_t Distance(const std::string& a, const std::string& b) {
+  std::vector<std::vector<size_t>> d(a.size() + 1, std::vector<size_t>(b.size() + 1));
+  for (size_t i = 0; i <= a.size(); ++i) {
+    for (size_t j = 0; j <= b.size(); ++j) {
+      if (i == 0 || j == 0) {
+        d[i][j] = i + j;
+        continue;
+      }
+      d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1)});
+      const bool swapped = i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1];
+      if (swapped) d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+    }
+  }
+  return d[a.size()][b.size()];
+}
+
+}  // namespace
+
+std::string Nearest(const std::string& text, const std::vector<std::string>& candidates) {
+  std::string nearest;
+  size_t best = 3;
+  if (text.size() > 40) return nearest;
+  for (const std::string& candidate : candidates) {
+    const size_t distance = Distance(text, candidate);
+    if (distance >= best || distance * 2 >= std::max(text.size(), candidate.size())) continue;
+    best = distance;
+    nearest = candidate;
+  }
+  return nearest;
+}
+
+bool IsUtf8(const std::string& text) {
+  const auto* p = reinterpret_cast<const unsigned char*>(text.data());
+  for (size_t i = 0; i < text.size();) {
+    unsigned code = 0;
+    const size_t length = p[i] < 0x80 ? 1 : Sequence(p + i, text.size() - i, code);
+    if (length == 0) return false;
+    i += length;
+  }
+  return true;
+}
+
+std::string Base64(const std::string& bytes) {
+  static const char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out;
+  for (size_t i = 0; i < bytes.size(); i += 3) {
+    unsigned group = 0;
+    for (size_t k = 0; k < 3; ++k)
+      group = group << 8 | (i + k < bytes.size() ? static_cast<unsigned char>(bytes[i + k]) : 0u);
+    for (size_t k = 0; k < 4; ++k) out += i + k > bytes.size() ? '=' : kDigits[group >> (18 - 6 * k) & 63];
+  }
+  return out;
 }

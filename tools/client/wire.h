@@ -1,9 +1,10 @@
 // Bytes to and from an agent: a connection whose every wait has an end.
 //
-// A wait ends when nothing has moved for the given time; a slow but living agent is never cut off.  An object
-// belongs to one thread.
+// A wait ends when nothing has moved for the given time, and all of them at the link's deadline, so that a peer
+// that drips is not waited for without end.  An object belongs to one thread.
 #pragma once
 
+#include <netdb.h>
 #include <stddef.h>
 
 #include <string>
@@ -17,11 +18,14 @@ inline constexpr long long kMaxReply = 64LL * 1024 * 1024;
 
 // The address that the target sees us under, as far as this host knows; empty when it cannot be told.  Sends
 // nothing.
-std::string OwnAddress(const TTarget& target);
+std::string OwnAddress(const TTarget& target, long long timeoutMs);
 
 class TLink {
  public:
-  // Tries every address of the host.  Blocks at most `timeoutMs` an address, and as long as the resolver takes.
+  // `until`: when all must be over, as MonotonicMs() counts; 0: never.
+  explicit TLink(long long until = 0) : deadline(until) {}
+
+  // Tries every address of the host.  Blocks at most `timeoutMs` for the resolver and for each address.
   bool Connect(const TTarget& target, long long timeoutMs, TFailure& failure);
   bool Send(const char* bytes, size_t n, long long timeoutMs, TFailure& failure);
   // Reads a packet behind its length field.  `firstMs` is the patience with the first byte, which the agent sends
@@ -31,10 +35,13 @@ class TLink {
   bool Drain(long long timeoutMs, TFailure& failure);
 
  private:
+  bool ConnectTo(const addrinfo& address, long long timeoutMs, TFailure& failure);
+  bool Late(const char* doing, TFailure& failure) const;
   bool Wait(short events, long long timeoutMs, const char* doing, TFailure& failure);
   bool Read(char* bytes, size_t n, long long firstMs, long long timeoutMs, TFailure& failure);
   bool Lost(int error, TFailure& failure);
 
   TFd fd;
+  long long deadline;
   std::string name;  // of the target, for the failures
 };

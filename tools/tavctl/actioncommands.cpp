@@ -76,6 +76,21 @@ void BuildSyslog(const TArgs& args, TParams& params) {
 
 }  // namespace
 
+namespace {
+
+// For completion; lives as long as the program.
+template <size_t N>
+const char* Words(const char* const (&names)[N]) {
+  static const std::string words = [&names] {
+    std::string all;
+    for (const char* name : names) all += (all.empty() ? "" : " ") + std::string(name);
+    return all;
+  }();
+  return words.c_str();
+}
+
+}  // namespace
+
 std::vector<TCommandRow> ActionCommands() {
   const TArgKind text = TArgKind::kText, flag = TArgKind::kFlag, seconds = TArgKind::kSeconds;
   return {
@@ -86,7 +101,7 @@ std::vector<TCommandRow> ActionCommands() {
               {"CMD...", text, "the program and its arguments, behind --; no shell reads them"}},
              BuildActRun, DecodeExit)
           .Works(ActRunWorkMs)
-          .Ask(TConfirm::kAlways),
+          .Changes(Always),
       Simple("act send", "Send data to a TCP or UDP port", "ACT-TCPUDPsend",
              {{"HOST", text, "name or address, as the agent's host knows it"},
               {"PORT", TArgKind::kPort, "its port"},
@@ -96,14 +111,14 @@ std::vector<TCommandRow> ActionCommands() {
               {"--delay", seconds, "so long after the first, in whole seconds"}},
              BuildSend, DecodeText)
           .Works(SendWorkMs)
-          .Ask(TConfirm::kAlways),
+          .Changes(Always),
       Simple("act syslog", "Send a message to a syslog server", "ACT-Syslog",
              {{"SERVER", text, "name or address, as the agent's host knows it"},
               {"MESSAGE", text, "the message"},
               {"--to-port", TArgKind::kPort, "the server's port (514)"},
-              {"--facility", text, "name or number (user)"},
-              {"--severity", text, "name or number (info)"}},
+              {"--facility", text, "name or number (user)", Words(kFacilities)},
+              {"--severity", text, "name or number (info)", Words(kSeverities)}},
              BuildSyslog, DecodeText)
-          .Ask(TConfirm::kAlways),
+          .Changes(Always),
   };
 }

@@ -5,7 +5,20 @@
 #include <string>
 #include <vector>
 
-enum class TArgKind { kFlag, kText, kNumber, kSeconds, kPort, kLocalFile };
+enum class TArgKind {
+  kFlag,
+  kText,
+  kName,      // a text that is not empty
+  kNumber,    // from 0
+  kCount,     // from 1
+  kSeconds,   // all three take s, m, h or d behind the number
+  kPatience,  // seconds, more than 0
+  kMinutes,
+  kSize,  // bytes; takes k, M or G behind the number
+  kPort,
+  kInputFile,  // "-" is standard input
+  kOutputFile,
+};
 
 // `spelling` is "-r,--recurse" for an option, "PATH" for an argument that must be there, "[MASK]" for one that may
 // be left out, and "ARG..." or "[ARG...]" for one that repeats.
@@ -13,6 +26,8 @@ struct TArgRow {
   const char* spelling;
   TArgKind kind;
   const char* help;
+  const char* choices = "";  // the words that fit, parted by blanks; empty: anything, or other than these, too
+  bool only = false;         // nothing but these words
 };
 
 bool IsOption(const TArgRow& row);
@@ -35,5 +50,8 @@ class TArgs {
   std::map<std::string, std::vector<std::string>> values;
 };
 
-// Why `value` cannot stand for `kind`; empty when it can.
-std::string ArgFault(TArgKind kind, const std::string& value);
+// Brings a value into the plain form that the readers above expect: seconds, minutes and bytes without a unit.
+// Returns why it cannot stand there; empty when it can.
+std::string PlainArg(const TArgRow& row, std::string& value);
+// What the help shows in a value's place.
+const char* PlaceholderOf(TArgKind kind);

@@ -3,6 +3,13 @@
 #include "client/text.h"
 #include "core/clock.h"
 
+bool Always(const TArgs&, bool) {
+  return true;
+}
+bool OverManyHosts(const TArgs&, bool manyHosts) {
+  return manyHosts;
+}
+
 TCommandRow Simple(const char* name, const char* help, const char* wire, std::vector<TArgRow> args, TBuild build,
                    TDecode decode) {
   TCommandRow row{name, help, std::move(args)};
@@ -28,8 +35,11 @@ const std::vector<TCommandRow>& AllCommands() {
     std::vector<TCommandRow> rows;
     for (const TGroup group : kGroups)
       for (TCommandRow& row : group()) rows.push_back(std::move(row));
-    for (TCommandRow& row : rows)
-      if (row.confirm != TConfirm::kNever) row.args.push_back({"--yes", TArgKind::kFlag, "do not ask first"});
+    for (TCommandRow& row : rows) {
+      if (row.changes != nullptr) row.args.push_back({"--yes", TArgKind::kFlag, "do not ask first"});
+      if (row.fragile)
+        row.args.push_back({kMaxFailures, TArgKind::kCount, "over many hosts stop after so many (1)"});
+    }
     return rows;
   }();
   return all;
@@ -57,6 +67,8 @@ TOutcome RunCommand(const TCommandRow& row, TContext& context, const TArgs& args
     row.run(context, args, outcome);
   else
     RunSimple(row, context, args, outcome);
+  if (outcome.Ok() && row.exits != nullptr && args.Has("--exit-status")) outcome.status = row.exits(outcome.result);
+  if (outcome.Ok() && !outcome.result.note.empty()) Note(context.view, "tavctl: " + outcome.result.note);
   outcome.elapsedMs = static_cast<double>(MonotonicUs() - start) / 1000;
   return outcome;
 }

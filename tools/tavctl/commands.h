@@ -16,6 +16,9 @@ struct TContext {
   TView view;
   const TAgent* agent = nullptr;  // null for a local command
   std::string command;            // as the user named it: "test disk"
+  std::string content;            // what the row's `prepare` has read
+  std::string agentConfig;        // the agent's own file, when the user has named it
+  long long patienceMs = 0;       // how long the whole may take a host
 };
 
 // Simple commands turn their arguments into parameters and the reply into a result.
@@ -25,11 +28,16 @@ using TWorkMs = long long (*)(const TArgs& args);  // how long the agent may be 
 // The others do all of it themselves.
 using TRun = void (*)(TContext& context, const TArgs& args, TOutcome& outcome);
 
-enum class TConfirm {
-  kNever,
-  kOnTerminal,  // asks when there is somebody to ask
-  kAlways,      // without a terminal it takes --yes
-};
+// Whether it changes a host, so that it is asked for first, and without a terminal needs --yes.
+using TChanges = bool (*)(const TArgs& args, bool manyHosts);
+bool Always(const TArgs& args, bool manyHosts);
+bool OverManyHosts(const TArgs& args, bool manyHosts);
+// What is read and looked at once, before any host is asked.
+using TPrepare = bool (*)(const TView& view, const TArgs& args, std::string& content, TFailure& failure);
+
+inline constexpr TArgRow kExitStatus = {"--exit-status", TArgKind::kFlag,
+                                        "end with it: 0 yes, 1 no, or the program's"};
+inline constexpr const char* kMaxFailures = "--max-failures";
 
 struct TCommandRow {
   const char* name;
@@ -42,13 +50,19 @@ struct TCommandRow {
   TWorkMs workMs = nullptr;
   TRun run = nullptr;
 
-  bool local = false;    // asks no agent
-  bool oneHost = false;  // makes no sense with --hosts
-  TConfirm confirm = TConfirm::kNever;
+  bool local = false;          // asks no agent
+  bool oneHost = false;        // makes no sense with --hosts
+  TChanges changes = nullptr;  // null: nothing
+  TPrepare prepare = nullptr;
+  int (*exits)(const TResult& result) = nullptr;  // the exit status that --exit-status asks for
+  bool fragile = false;                           // can cost a host, so over many a first one shows that it works
 
   TCommandRow& Local() { return local = true, *this; }
   TCommandRow& OneHost() { return oneHost = true, *this; }
-  TCommandRow& Ask(TConfirm when) { return confirm = when, *this; }
+  TCommandRow& Changes(TChanges when) { return changes = when, *this; }
+  TCommandRow& Prepare(TPrepare how) { return prepare = how, *this; }
+  TCommandRow& Exits(int (*status)(const TResult&)) { return exits = status, *this; }
+  TCommandRow& Fragile() { return fragile = true, *this; }
   TCommandRow& Works(TWorkMs time) { return workMs = time, *this; }
 };
 

@@ -7,10 +7,11 @@
 #include "client/failures.h"
 
 struct TFinding {
-  int line = 0;  // 0: the file as a whole
+  int line = 1;  // 1, too, for what no line holds
   bool fatal = false;
   std::string text;
 };
 
-// Reads the file with the agent's own rules and looks at what it names.  False when it cannot be read.
-bool CheckConfig(const std::string& path, std::vector<TFinding>& findings, TFailure& failure);
+// Reads the file with the agent's own rules and looks at what it names; findings come in the order of their lines.
+// `port` is what the agent would listen on.  False when the file cannot be read.
+bool CheckConfig(const std::string& path, std::vector<TFinding>& findings, int& port, TFailure& failure);

@@ -1,7 +1,12 @@
 // The tests of files and folders.
+#include <time.h>
+
+#include "client/text.h"
 #include "tavctl/commands.h"
 
 namespace {
+
+constexpr long long kSearchMs = 60000;  // for a file that takes the agent a while
 
 const TArgRow kMacros = {"--macros", TArgKind::kFlag,
                          "put names in place of %newestfile%, %oldestfile%, %newestfolder%, %oldestfolder%"};
@@ -23,6 +28,26 @@ void BuildFile(const TArgs& args, TParams& params) {
   params.Flag(7, args.Has("--macros"));
 }
 
+// Seconds since 1970 of "yyyy-mm-dd hh:mm:ss", taken for universal time.
+long long SecondsOf(const std::string& iso) {
+  tm when{};
+  if (strptime(iso.c_str(), "%Y-%m-%d %H:%M:%S", &when) == nullptr) return 0;
+  return timegm(&when);
+}
+
+// The agent counts whole minutes, and those of a time in the future up to the minute as none.  Its zone need not be
+// ours, but zones differ by whole quarters of an hour: within a minute of now the seconds tell.
+std::string AgeText(long long minutes, const std::string& modified, long long now) {
+  constexpr long long kQuarter = 900;
+  if (minutes < 0) return "in the future by " + DurationText(-60 * minutes);
+  if (minutes > 0) return DurationText(60 * minutes);
+  long long seconds = (now - SecondsOf(modified)) % kQuarter;
+  if (seconds > kQuarter / 2) seconds -= kQuarter;
+  if (seconds < -kQuarter / 2) seconds += kQuarter;
+  if (seconds <= -60 || seconds >= 60) return "less than a minute";  // our clocks differ
+  return seconds < 0 ? "in the future by " + DurationText(-seconds) : DurationText(seconds);
+}
+
 void DecodeFile(TReader& reply, TResult& result) {
   const long long size = reply.Number("size");
   const std::string changed = reply.When("change time");
@@ -35,6 +60,7 @@ void DecodeFile(TReader& reply, TResult& result) {
   result.Add("modified", "modified", modified);
   result.Add("changed", "status changed", changed);
   result.Add("age_minutes", "age", age, TUnit::kMinutes);
+  result.fields.back().shown = AgeText(age, modified, time(nullptr));
 }
 
 // The agent's register lacks the final inversion of the usual CRC-32; both are given, so that the sum can be
@@ -56,7 +82,9 @@ void BuildSize(const TArgs& args, TParams& params) {
 }
 
 void DecodeSize(TReader& reply, TResult& result) {
-  result.Add("size", "size", reply.Number("size"), TUnit::kBytes);
+  const long long size = reply.Number("size");
+  result.Add("size", "size", size, TUnit::kBytes);
+  if (size == 0) result.note = "no bytes: the folder holds no such files, or is not there itself";
 }
 
 struct TCountMode {
@@ -122,14 +150,48 @@ void BuildContains(const TArgs& args, TParams& params) {
   params.Flag(11, args.Has("--macros"));
 }
 
-void DecodeContains(TReader& reply, TResult& result) {
-  result.Add("found", "found", reply.Flag("result"), TUnit::kYesNo);
+// A file that can be read is equal to itself.
+bool CanRead(const TAgent& agent, const std::string& file, bool macros) {
+  TParams params;
+  params.Number(1, 1);
+  params.Text(2, file);
+  params.Text(3, file);
+  params.Flag(6, true);
+  params.Flag(12, macros);
+  params.Flag(13, macros);
+  TReply reply;
+  TFailure failure;
+  return AskAgent(agent, "TEST-FileCompare", params, reply, failure, kSearchMs);
+}
+
+// Agents say "I/O Error" of what is not found, too; so it is looked whether the files can be read.
+void RunContains(TContext& context, const TArgs& args, TOutcome& outcome) {
+  TParams params;
+  BuildContains(args, params);
+  TReply reply;
+  if (AskAgent(*context.agent, "TEST-FileCompare", params, reply, outcome.failure, kSearchMs)) {
+    TReader reader(reply);
+    outcome.result.Add("found", "found", reader.Flag("result"), TUnit::kYesNo);
+    (void)reader.Finish(outcome.failure);
+    return;
+  }
+  if (outcome.failure.text != "I/O Error") return;
+  const bool readable = CanRead(*context.agent, args.Text("FILE"), args.Has("--macros")) &&
+                        (!args.Has("--file") || CanRead(*context.agent, args.Text("--file"), false));
+  if (!readable) return;
+  outcome.failure = TFailure();
+  outcome.result.Add("found", "found", false, TUnit::kYesNo);
+}
+
+// 0 for yes.
+int ExitOfAnswer(const TResult& result) {
+  return std::get<bool>(result.fields[0].value) ? 0 : 1;
 }
 
 }  // namespace
 
 std::vector<TCommandRow> FileCommands() {
-  const TArgKind text = TArgKind::kText, number = TArgKind::kNumber, flag = TArgKind::kFlag;
+  const TArgKind text = TArgKind::kText, flag = TArgKind::kFlag;
   return {
       Simple("test disk", "Space on the file system that holds a path", "TEST-UNC",
              {{"PATH", text, "a path on it"}}, BuildPath, DecodeDisk),
@@ -144,10 +206,10 @@ std::vector<TCommandRow> FileCommands() {
              {{"DIR", text, "the folder"},
               {"[MASK]", text, "wildcard for the names (*)"},
               kRecurse,
-              {"--older-than", number, "only files modified more than so many minutes ago"},
-              {"--newer-than", number, "only files modified less than so many minutes ago"},
-              {"--bigger-than", number, "only files of more bytes"},
-              {"--smaller-than", number, "only files of fewer bytes"},
+              {"--older-than", TArgKind::kMinutes, "only files modified more than so many minutes ago"},
+              {"--newer-than", TArgKind::kMinutes, "only files modified less than so many minutes ago"},
+              {"--bigger-than", TArgKind::kSize, "only files of more bytes"},
+              {"--smaller-than", TArgKind::kSize, "only files of fewer bytes"},
               {"--folders", flag, "subfolders instead of files"},
               kMacros},
              BuildCount, DecodeCount),
@@ -157,15 +219,19 @@ std::vector<TCommandRow> FileCommands() {
               {"--times", flag, "compare modification times"},
               {"--sizes", flag, "compare sizes (so it is without any of the three)"},
               {"--contents", flag, "compare contents up to the shorter one's end (likewise)"},
+              kExitStatus,
               kMacros},
-             BuildCompare, DecodeCompare),
-      Simple("test contains", "Whether a file holds a text or another file", "TEST-FileCompare",
+             BuildCompare, DecodeCompare)
+          .Exits(ExitOfAnswer),
+      Custom("test contains", "Whether a file holds a text or another file",
              {{"FILE", text, "the file to search"},
               {"--text", text, "look for this text"},
               {"--file", text, "look for the contents of this file on the host, up to 8 MiB"},
               {"-i,--ignore-case", flag, "letter case does not count"},
               {"-w,--word", flag, "whole words only"},
+              kExitStatus,
               kMacros},
-             BuildContains, DecodeContains),
+             RunContains)
+          .Exits(ExitOfAnswer),
   };
 }

@@ -1,6 +1,7 @@
 // ls and ps.
 #include <algorithm>
 
+#include "client/text.h"
 #include "core/filesearch.h"
 #include "tavctl/commands.h"
 
@@ -44,61 +45,100 @@ std::vector<TValue> RowOf(const TEntry& entry, bool detailed) {
   return {entry.bits & AttrDirectory ? entry.name + "/" : entry.name};
 }
 
-std::vector<TEntry> DecodeEntries(TReader& reader, bool detailed, bool all, long long count) {
+// What the agent was asked for and said, before it is made out.
+struct TListing {
+  std::string folder, mask;
+  bool detailed = false, all = false;
+  std::string listed;  // the folder, as the agent names it
   std::vector<TEntry> entries;
-  for (long long i = 0; i < count; ++i) {
-    TEntry entry;
-    entry.name = reader.Text("name");
-    entry.bits = reader.Number("attributes");
-    if (detailed) entry.size = reader.Number("size");
-    if (detailed) entry.modified = reader.When("time");
-    if (entry.name != ".." || all) entries.push_back(std::move(entry));
-  }
-  return entries;
+};
+
+bool AskListing(const TAgent& agent, const TListing& listing, TReply& reply, TFailure& failure) {
+  TParams params;
+  params.Text(1, listing.folder);
+  params.Text(2, listing.mask);
+  params.Flag(3, listing.mask.empty());  // the mask does not apply to folders
+  params.Flag(4, true);
+  params.Flag(5, listing.all);
+  params.Flag(6, true);
+  params.Flag(7, listing.detailed);
+  params.Flag(8, false);
+  params.Flag(9, listing.detailed);
+  return AskAgent(agent, "GetFilesList", params, reply, failure);
 }
 
-void RunLs(TContext& context, const TArgs& args, TOutcome& outcome) {
-  const bool detailed = args.Has("--long"), all = args.Has("--all");
-  std::string folder, mask;
-  SplitMask(args.Text("DIR", "/"), folder, mask);
-  TParams params;
-  params.Text(1, folder);
-  params.Text(2, mask);
-  params.Flag(3, mask.empty());  // the mask does not apply to folders
-  params.Flag(4, true);
-  params.Flag(5, all);
-  params.Flag(6, true);
-  params.Flag(7, detailed);
-  params.Flag(8, false);
-  params.Flag(9, detailed);
-  TReply reply;
-  if (!AskAgent(*context.agent, "GetFilesList", params, reply, outcome.failure)) return;
+// The lines behind an entry's name.
+bool TakeDetails(const std::vector<std::string>& lines, size_t at, bool detailed, TEntry& entry) {
+  if (lines.size() - at < (detailed ? 3u : 1u)) return false;
+  if (!ParseNumber(lines[at], entry.bits) || entry.bits < 0 || entry.bits > AttrAnyFile) return false;
+  return !detailed || (ParseNumber(lines[at + 1], entry.size) && ParseWhen(lines[at + 2], entry.modified));
+}
 
+// A name that holds line breaks takes more lines than one; with size and time behind it, it is told from what
+// follows.
+bool DecodeEntries(const std::vector<std::string>& lines, size_t at, TListing& listing) {
+  for (size_t width = listing.detailed ? 3 : 1; at < lines.size(); at += width) {
+    TEntry entry;
+    entry.name = lines[at++];
+    while (at < lines.size() && !TakeDetails(lines, at, listing.detailed, entry)) entry.name += "\n" + lines[at++];
+    if (at == lines.size()) return false;
+    listing.entries.push_back(std::move(entry));
+  }
+  return true;
+}
+
+bool FetchListing(const TAgent& agent, TListing& listing, TFailure& failure) {
+  TReply reply;
+  if (!AskListing(agent, listing, reply, failure)) return false;
   TReader reader(reply);
-  const std::string listed = reader.Text("folder");
+  listing.listed = reader.Text("folder");
   const long long count = reader.Number("number of entries");
   const long long width = reader.Number("number of columns");
-  if (count < 0 || width != (detailed ? 4 : 2) || static_cast<long long>(reply.lines.size()) != 3 + count * width) {
-    Fail(outcome.failure, TKind::kUndecodable, "the reply does not hold the entries that it announces");
-    return;
+  if (!reader.Finish(failure)) return false;
+  const auto lines = static_cast<long long>(reply.lines.size()) - 3;
+  if (count >= 0 && lines != count * width && !listing.detailed) {
+    listing.detailed = true;  // some name holds a line break
+    return FetchListing(agent, listing, failure);
   }
-  std::vector<TEntry> entries = DecodeEntries(reader, detailed, all, count);
-  if (!reader.Finish(outcome.failure)) return;
-  // Folders first, then by name; the agent lists them as the folder happens to hold them.
+  listing.entries.clear();
+  const bool decoded = width == (listing.detailed ? 4 : 2) && DecodeEntries(reply.lines, 3, listing);
+  if (decoded && static_cast<long long>(listing.entries.size()) == count) return true;
+  return Fail(failure, TKind::kUndecodable, "the reply does not hold the entries that it announces");
+}
+
+// Agents list what would hold a folder that is not there, and give an empty list, without even "..", of one that
+// they cannot open.
+bool CheckListed(const TListing& listing, TFailure& failure) {
+  const std::string& folder = listing.folder;
+  if (!folder.empty() && listing.listed != folder && listing.listed != folder + "/")
+    return Fail(failure, TKind::kAgent, "'" + folder + "' is no folder there",
+                "the agent listed '" + listing.listed + "' instead, which was not asked for");
+  if (listing.entries.empty() && listing.mask.empty())
+    return Fail(failure, TKind::kAgent, "'" + listing.listed + "' cannot be listed",
+                "it is not there, or the agent's user may not read it");
+  return true;
+}
+
+// Folders first, then by name; the agent lists them as the folder happens to hold them.
+void SortEntries(std::vector<TEntry>& entries) {
   std::stable_sort(entries.begin(), entries.end(), [](const TEntry& a, const TEntry& b) {
     const bool folderA = a.bits & AttrDirectory, folderB = b.bits & AttrDirectory;
     return folderA != folderB ? folderA : a.name < b.name;
   });
+}
+
+void RunLs(TContext& context, const TArgs& args, TOutcome& outcome) {
+  TListing listing;
+  const bool detailed = args.Has("--long");
+  listing.detailed = detailed;
+  listing.all = args.Has("--all");
+  SplitMask(args.Text("DIR", "/"), listing.folder, listing.mask);
+  if (!FetchListing(*context.agent, listing, outcome.failure) || !CheckListed(listing, outcome.failure)) return;
+  SortEntries(listing.entries);
   TTable table{"entries", ColumnsOf(detailed), {}};
-  for (const TEntry& entry : entries) table.rows.push_back(RowOf(entry, detailed));
-  if (context.view.format == TFormat::kJson) outcome.result.Add("folder", "folder", listed);
-  // A name that is no folder, or none that is there, is cut by the agent to the folder that would hold it.
-  if (!folder.empty() && listed != folder && listed != folder + "/")
-    Note(context.view, "tavctl: '" + folder + "' is no folder there; listed instead: " + listed);
-  // An empty list with not even ".." in it is how the agent says that it cannot open the folder.
-  if (count == 0 && mask.empty())
-    Note(context.view,
-         "tavctl: nothing listed: '" + listed + "' is not there, or the agent's user may not read it");
+  for (const TEntry& entry : listing.entries)
+    if (entry.name != ".." || listing.all) table.rows.push_back(RowOf(entry, detailed));
+  if (context.view.format == TFormat::kJson) outcome.result.Add("folder", "folder", listing.listed);
   outcome.result.tables.push_back(table);
 }
 

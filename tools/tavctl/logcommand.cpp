@@ -9,6 +9,7 @@
 #include "client/logstate.h"
 #include "client/logwatch.h"
 #include "client/text.h"
+#include "core/clock.h"
 #include "tavctl/commands.h"
 #include "tavctl/exprview.h"
 
@@ -49,16 +50,20 @@ class TLineOut {
   TLineOut(const TContext& from, const TLogQuery& query, bool follows)
       : context(from), twoFilters(query.hasSecond), collect(context.view.format == TFormat::kJson && !follows) {
     if (context.view.many) collect = true;
-    matches.columns = {{"line", "line", TUnit::kNone},
+    matches.columns = {{"filter", "", TUnit::kNone},
+                       {"line", "", TUnit::kNone},
                        {"offset", "", TUnit::kNone},
-                       {"filter", "", TUnit::kNone},
                        {"file", "", TUnit::kNone}};
+    matches.shown = 2;
+    if (!twoFilters) std::swap(matches.columns[0], matches.columns[1]);
+    if (!twoFilters) matches.shown = 1;
   }
 
   bool Take(const TLogLine& line) {
     ++count;
     if (!collect) return WriteOut(Text(line));
-    matches.rows.push_back({line.text, line.offset, static_cast<long long>(line.filter), line.file});
+    const TValue filter = static_cast<long long>(line.filter), text = line.text;
+    matches.rows.push_back({twoFilters ? filter : text, twoFilters ? text : filter, line.offset, line.file});
     return true;
   }
 
@@ -97,6 +102,7 @@ void CatchSignals() {
 
 struct TLogRun {
   TContext& context;
+  TAgent agent;
   TLogQuery query;
   TLogState state;
   TLogStateFile file;
@@ -104,12 +110,12 @@ struct TLogRun {
   bool writeFailed = false;
 
   TLogRun(TContext& from, const TLogQuery& asked, bool follows)
-      : context(from), query(asked), out(from, asked, follows) {}
+      : context(from), agent(*from.agent), query(asked), out(from, asked, follows) {}
 };
 
 bool CheckOnce(TLogRun& run, bool fromStart, TOutcome& outcome) {
   const auto ask = [&](const TLogQuery& query, TLogAnswer& answer, TFailure& failure) {
-    return AskLog(*run.context.agent, query, answer, failure);
+    return AskLog(run.agent, query, answer, failure);
   };
   int unsaved = 0;
   TFailure saving;
@@ -156,15 +162,21 @@ void RunOnce(const std::shared_ptr<TLogRun>& run, const TArgs& args, TOutcome& o
   outcome.commit = [run](TFailure& failure) { return run->file.Save(run->state, failure); };
 }
 
+// Ends early at a signal.
+void Rest(long long ms) {
+  const timespec pause{ms / 1000, ms % 1000 * 1000000};
+  (void)nanosleep(&pause, nullptr);
+}
+
 // Checks until it is interrupted.  An agent or a log that is away for a while is waited for.
 void Follow(TLogRun& run, const TArgs& args, TOutcome& outcome) {
   const long long pauseMs = std::max(50LL, args.Milliseconds("--interval", 1000));
-  const timespec pause{pauseMs / 1000, pauseMs % 1000 * 1000000};
   outcome.printed = true;
   std::string said;
   bool fromStart = args.Has("--from-start");
   while (!interrupted) {
     outcome.failure = TFailure();
+    run.agent.deadline = MonotonicMs() + run.context.patienceMs;  // for each look
     const bool checked = CheckOnce(run, fromStart, outcome);
     TOutcome saved;
     if (!Save(run, saved)) return void(outcome.failure = saved.failure);
@@ -176,7 +188,7 @@ void Follow(TLogRun& run, const TArgs& args, TOutcome& outcome) {
     if (!checked && outcome.failure.text != said)
       Note(run.context.view, "tavctl: " + outcome.failure.text + "; waiting");
     said = outcome.failure.text;
-    if (!interrupted) (void)nanosleep(&pause, nullptr);
+    if (!interrupted) Rest(pauseMs);
   }
   outcome.failure = TFailure();
 }
@@ -214,7 +226,7 @@ std::vector<TCommandRow> LogCommands() {
               {"--match2", text, "lines that match only this are shown, too, with a 2 in front"},
               {"-i,--ignore-case", flag, "letter case does not count"},
               {"-w,--word", flag, "whole words only"},
-              {"--state", TArgKind::kLocalFile, "remember here what was shown (in the user's state folder)"},
+              {"--state", TArgKind::kOutputFile, "remember here what was shown (in the user's state folder)"},
               {"--from-start", flag, "at the first check show what is already there"},
               {"--follow", flag, "go on until interrupted"},
               {"--interval", TArgKind::kSeconds, "look so often with --follow (1)"},

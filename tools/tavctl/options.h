@@ -7,11 +7,13 @@
 #include "tavctl/commands.h"
 
 inline constexpr int kDefaultPort = 1055;
+inline constexpr long long kDefaultDeadlineMs = 300000;
 
 struct TOptions {
   std::string host;  // empty: not given
   int port = 0;      // 0: not given
   long long timeoutMs = 10000;
+  long long deadlineMs = 0;  // 0: not given
   TSecretSources secrets;
   std::string hostsFile;
   int jobs = 8;
@@ -27,5 +29,8 @@ struct TInvocation {
   TArgs args;
 };
 
-// False with a usage failure.  Prints help and version itself.
+// The one table of what may stand with every command.
+const std::vector<TArgRow>& GlobalOptions();
+
+// False with a failure.  Prints help and version itself.
 bool ParseCommandLine(int argc, char** argv, TInvocation& invocation, TFailure& failure);

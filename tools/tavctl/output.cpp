@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "client/reply.h"
 #include "client/text.h"
 #include "protocol/results.h"
 
@@ -44,31 +45,42 @@ void AppendFields(const TView& view, const TResult& result, std::string& out) {
   size_t width = 0;
   for (const TField& field : result.fields) width = std::max(width, Width(field.label));
   for (const TField& field : result.fields) {
-    const std::string shown = ShownValue(field.value, field.unit, true);
+    const std::string shown = field.shown.empty() ? ShownValue(field.value, field.unit, true) : field.shown;
     AppendLine(Padded(field.label, width) + "  " + Inked(view.colour, InkOf(field.value, field.unit), shown), out);
   }
 }
 
-void AppendTable(const TView& view, const TTable& table, std::string& out) {
-  std::vector<size_t> widths;
-  bool header = false;
-  for (const TColumn& column : table.columns) {
-    widths.push_back(Width(column.label));
-    header = header || !column.label.empty();
-  }
-  for (const auto& row : table.rows)
-    for (size_t i = 0; i < row.size(); ++i)
-      widths[i] = std::max(widths[i], Width(ShownValue(row[i], table.columns[i].unit, false)));
+size_t ShownColumns(const TTable& table) {
+  return table.shown == 0 ? table.columns.size() : table.shown;
+}
 
-  if (header && !table.rows.empty()) {
-    std::string line;
-    for (size_t i = 0; i < table.columns.size(); ++i)
-      line += (i == 0 ? "" : "  ") + Padded(table.columns[i].label, widths[i], RightAligned(table.columns[i].unit));
-    out += Inked(view.colour, TInk::kBold, line.substr(0, line.find_last_not_of(' ') + 1)) + "\n";
+std::vector<size_t> WidthsOf(const TTable& table) {
+  std::vector<size_t> widths;
+  for (size_t i = 0; i < ShownColumns(table); ++i) {
+    widths.push_back(Width(table.columns[i].label));
+    for (const auto& row : table.rows)
+      widths[i] = std::max(widths[i], Width(ShownValue(row[i], table.columns[i].unit, false)));
   }
+  return widths;
+}
+
+void AppendHeader(const TView& view, const TTable& table, const std::vector<size_t>& widths, std::string& out) {
+  std::string line;
+  bool any = false;
+  for (size_t i = 0; i < widths.size(); ++i) {
+    const TColumn& column = table.columns[i];
+    any = any || !column.label.empty();
+    line += (i == 0 ? "" : "  ") + Padded(column.label, widths[i], RightAligned(column.unit));
+  }
+  if (any) out += Inked(view.colour, TInk::kBold, line.substr(0, line.find_last_not_of(' ') + 1)) + "\n";
+}
+
+void AppendTable(const TView& view, const TTable& table, std::string& out) {
+  const std::vector<size_t> widths = WidthsOf(table);
+  if (!table.rows.empty()) AppendHeader(view, table, widths, out);
   for (const auto& row : table.rows) {
     std::string line;
-    for (size_t i = 0; i < row.size(); ++i) {
+    for (size_t i = 0; i < widths.size(); ++i) {
       const TUnit unit = table.columns[i].unit;
       const std::string cell = Padded(ShownValue(row[i], unit, false), widths[i], RightAligned(unit));
       line += (i == 0 ? "" : "  ") + Inked(view.colour, InkOf(row[i], unit), cell);
@@ -110,43 +122,77 @@ std::string Summary(const TResult& result) {
   return out;
 }
 
-std::string OneLine(const TView& view, const TOutput& report) {
+// The rows of all tables, set in below the host that gave them.
+std::string Indented(const TView& view, const TResult& result) {
+  std::string text, out;
+  for (const TTable& table : result.tables) AppendTable(view, table, text);
+  for (const std::string& line : SplitLines(text)) out += "  " + line + "\n";
+  return out;
+}
+
+std::string PlainLine(const TOutput& report) {
   const TOutcome& outcome = *report.outcome;
-  const std::string name = report.target->Name();
-  if (view.format == TFormat::kPlain) {
-    std::string out = name + "\t" + (outcome.Ok() ? "ok" : KindWord(outcome.failure.kind)) + "\t";
-    if (!outcome.Ok()) return out + Visible(outcome.failure.text) + "\n";
-    AppendPlain(outcome.result, "\t", out);
-    return out.substr(0, out.find_last_not_of('\t') + 1) + "\n";
-  }
+  std::string out = report.target->Name() + "\t" + (outcome.Ok() ? "ok" : KindWord(outcome.failure.kind)) + "\t";
+  if (!outcome.Ok()) return out + Visible(outcome.failure.text) + "\n";
+  AppendPlain(outcome.result, "\t", out);
+  return out.substr(0, out.find_last_not_of('\t') + 1) + "\n";
+}
+
+// One of many hosts: a line that says how it went, and below it all that was asked for.
+std::string OneOfMany(const TView& view, const TOutput& report) {
+  if (view.format == TFormat::kPlain) return PlainLine(report);
+  const TOutcome& outcome = *report.outcome;
   const std::string word = outcome.Ok() ? "ok" : KindWord(outcome.failure.kind);
   const std::string text = outcome.Ok() ? Summary(outcome.result) : Visible(outcome.failure.text);
-  return Padded(name, view.nameWidth) + "  " +
-         Inked(view.colour, outcome.Ok() ? TInk::kGreen : TInk::kRed, Padded(word, 12)) + "  " + text + "\n";
+  return Padded(report.target->Name(), view.nameWidth) + "  " +
+         Inked(view.colour, outcome.Ok() ? TInk::kGreen : TInk::kRed, Padded(word, 12)) + "  " + text + "\n" +
+         Indented(view, outcome.result);
 }
 
 TJson JsonOf(const TValue& value) {
   return std::visit([](const auto& held) { return TJson(held); }, value);
 }
 
-TJson JsonOf(const TTable& table) {
+// JSON holds UTF-8 alone; of other bytes a twin in Base64 holds all.
+bool NeedsTwin(const TValue& value) {
+  const auto* text = std::get_if<std::string>(&value);
+  return text != nullptr && !IsUtf8(*text);
+}
+
+void Put(TJson& object, const std::string& name, const TValue& value) {
+  object[name] = JsonOf(value);
+  if (NeedsTwin(value)) object[name + "_base64"] = Base64(std::get<std::string>(value));
+}
+
+// Texts alone; the twin holds null where a text needs none.
+void PutColumn(TJson& object, const TTable& table) {
+  TJson rows = TJson::array(), twins = TJson::array();
+  bool needed = false;
+  for (const auto& row : table.rows) {
+    rows.push_back(JsonOf(row[0]));
+    const bool needs = NeedsTwin(row[0]);
+    twins.push_back(needs ? TJson(Base64(std::get<std::string>(row[0]))) : TJson());
+    needed = needed || needs;
+  }
+  object[table.name] = rows;
+  if (needed) object[table.name + "_base64"] = twins;
+}
+
+void PutTable(TJson& object, const TTable& table) {
+  if (table.columns.size() == 1) return PutColumn(object, table);
   TJson rows = TJson::array();
   for (const auto& row : table.rows) {
-    if (row.size() == 1) {
-      rows.push_back(JsonOf(row[0]));
-      continue;
-    }
-    TJson object = TJson::object();
-    for (size_t i = 0; i < row.size(); ++i) object[table.columns[i].name] = JsonOf(row[i]);
-    rows.push_back(object);
+    TJson one = TJson::object();
+    for (size_t i = 0; i < row.size(); ++i) Put(one, table.columns[i].name, row[i]);
+    rows.push_back(one);
   }
-  return rows;
+  object[table.name] = rows;
 }
 
 TJson JsonOf(const TResult& result) {
   TJson object = TJson::object();
-  for (const TField& field : result.fields) object[field.name] = JsonOf(field.value);
-  for (const TTable& table : result.tables) object[table.name] = JsonOf(table);
+  for (const TField& field : result.fields) Put(object, field.name, field.value);
+  for (const TTable& table : result.tables) PutTable(object, table);
   return object;
 }
 
@@ -212,7 +258,7 @@ std::string RenderedJson(const TOutput& report) {
 
 std::string Rendered(const TView& view, const TOutput& report) {
   if (view.format == TFormat::kJson) return RenderedJson(report) + "\n";
-  if (view.many) return OneLine(view, report);
+  if (view.many) return OneOfMany(view, report);
   if (view.format == TFormat::kTable) return ForPeople(view, report.outcome->result);
   std::string out;
   AppendPlain(report.outcome->result, "\n", out);

@@ -57,6 +57,24 @@ bool CheckParams(const TArgs& args, TParams& params, TFailure& failure) {
   return params.Finish(failure);
 }
 
+// What changes a host without a way back that the agent itself would offer.
+bool RawChanges(const TArgs& args, bool) {
+  const std::string name = args.Text("NAME");
+  for (const char* wire : {"QUIT", "ReloadApp", "SetSettings", "UpgradeCode"})
+    if (name == wire) return true;
+  return name.compare(0, 4, "ACT-") == 0;
+}
+
+// For completion; lives as long as the program.
+const char* WireWords() {
+  static const std::string words = [] {
+    std::string all;
+    for (const TWireCommand& command : WireCommands()) all += (all.empty() ? "" : " ") + std::string(command.name);
+    return all;
+  }();
+  return words.c_str();
+}
+
 void RunRaw(TContext& context, const TArgs& args, TOutcome& outcome) {
   const std::string name = args.Text("NAME");
   if (FindWireCommand(name) == nullptr)
@@ -87,11 +105,12 @@ std::vector<TCommandRow> RawCommands() {
   const TArgKind text = TArgKind::kText, flag = TArgKind::kFlag;
   return {
       Custom("raw", "Send any command and show request and reply",
-             {{"NAME", text, "the command's name on the wire"},
+             {{"NAME", text, "the command's name on the wire", WireWords()},
               {"[PARAM...]", text, "its parameters, a line each; behind -- if one begins with a hyphen"},
               {"--hex", flag, "show the packets, too"},
               {"--wait", TArgKind::kSeconds, "give the agent so long (120)"},
               {"--show-secrets", flag, "do not hide the password and its proof"}},
-             RunRaw),
+             RunRaw)
+          .Changes(RawChanges),
   };
 }

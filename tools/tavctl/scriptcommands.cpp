@@ -1,9 +1,5 @@
 // run and script: programs that the agent starts, and scripts that travel to it.
-#include <errno.h>
 #include <string.h>
-
-#include <fstream>
-#include <sstream>
 
 #include "client/inputfiles.h"
 #include "client/text.h"
@@ -33,6 +29,12 @@ void DecodeRun(TReader& reply, TResult& result) {
   result.Add("exit_status", "exit status", reply.Number("exit status"));
 }
 
+// As a shell passes it on; what does not fit into a status stays a failure.
+int ExitOfRun(const TResult& result) {
+  const long long status = std::get<long long>(result.fields[0].value);
+  return status >= 0 && status <= 255 ? static_cast<int>(status) : 255;
+}
+
 // The agent leaves a macro alone that is the very end of the line, so the script's name stands in quotes, and the
 // words for it are put in here rather than by the agent.
 bool ScriptLine(const std::string& script, const std::vector<std::string>& words, std::string& line,
@@ -45,19 +47,20 @@ bool ScriptLine(const std::string& script, const std::vector<std::string>& words
   return true;
 }
 
+bool PrepareScript(const TView&, const TArgs& args, std::string& script, TFailure& failure) {
+  if (!ReadInput(args.Text("FILE"), kMaxScript, script, failure)) return false;
+  if (script.find("%0A") == std::string::npos && script.find("%0D") == std::string::npos) return true;
+  return Fail(failure, TKind::kInput, "the script holds %0A or %0D, which would arrive as a line break",
+              "write it another way in the script, '%''0A' for example");
+}
+
 void RunScript(TContext& context, const TArgs& args, TOutcome& outcome) {
-  std::string script, line;
-  if (!ReadInput(args.Text("FILE"), kMaxScript, script, outcome.failure)) return;
-  if (script.find("%0A") != std::string::npos || script.find("%0D") != std::string::npos) {
-    Fail(outcome.failure, TKind::kInput, "the script holds %0A or %0D, which would arrive as a line break",
-         "write it another way in the script, '%''0A' for example");
-    return;
-  }
-  if (!ScriptLine(script, args.List("ARG"), line, outcome.failure)) return;
+  std::string line;
+  if (!ScriptLine(context.content, args.List("ARG"), line, outcome.failure)) return;
   const long long waitMs = args.Milliseconds("--wait", kWaitMs);
   TParams params;
   params.Text(1, line);
-  params.Encoded(2, script);
+  params.Encoded(2, context.content);
   params.Number(4, (waitMs + 999) / 1000);
   params.Number(5, args.Number("--lines", kLines));
   TReply reply;
@@ -80,14 +83,21 @@ std::vector<TCommandRow> ScriptCommands() {
   const TArgRow wait = {"--wait", TArgKind::kSeconds, "kill it after so long, in whole seconds (30; 0 never)"};
   return {
       Simple("run", "Run a program on the host and show its exit status", "TEST-ExternalPrg",
-             {wait, {"CMD...", TArgKind::kText, "the program and its arguments, behind --; no shell reads them"}},
+             {wait,
+              kExitStatus,
+              {"CMD...", TArgKind::kText, "the program and its arguments, behind --; no shell reads them"}},
              BuildRun, DecodeRun)
-          .Works(WaitWorkMs),
+          .Works(WaitWorkMs)
+          .Changes(OverManyHosts)
+          .Exits(ExitOfRun),
       Custom("script", "Send a script, run it on the host and show its result and output",
              {wait,
               {"--lines", TArgKind::kNumber, "so many lines of its output at most (1000)"},
-              {"FILE", TArgKind::kLocalFile, "the script; one without #! is run by /bin/sh"},
+              {"FILE", TArgKind::kInputFile, "the script; one without #! is run by /bin/sh"},
               {"[ARG...]", TArgKind::kText, "arguments for it, behind --"}},
-             RunScript),
+             RunScript)
+          .Works(WaitWorkMs)
+          .Changes(OverManyHosts)
+          .Prepare(PrepareScript),
   };
 }

@@ -1,6 +1,4 @@
 // upgrade: sends a new program file, waits for the new agent and says what changed.
-#include <string.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,6 +7,7 @@
 #include "client/agentinfo.h"
 #include "client/inputfiles.h"
 #include "client/text.h"
+#include "core/clock.h"
 #include "protocol/tav_const.h"
 #include "tavctl/commands.h"
 #include "tavctl/program.h"
@@ -41,21 +40,22 @@ class TProgress {
   size_t total, last = ~size_t{0};
 };
 
-bool ReadReply(TLink& link, const TAgent& agent, const TPacket& packet, TReply& reply, TOutcome& outcome) {
+bool ReadReply(TLink& link, const TAgent& agent, const TPacket& packet, TFailure& failure) {
   std::string answer;
-  if (!link.ReadPacket(answer, agent.timeoutMs + 30000, agent.timeoutMs, outcome.failure)) return false;
-  if (!ParseReply(OpenPacket(packet, answer), reply, outcome.failure)) return false;
+  TReply reply;
+  if (!link.ReadPacket(answer, agent.timeoutMs + 30000, agent.timeoutMs, failure)) return false;
+  if (!ParseReply(OpenPacket(packet, answer), reply, failure)) return false;
   if (reply.Ok()) return true;
-  outcome.failure = ExplainAnswer("UpgradeCode", reply.code, reply.lines);
+  failure = ExplainAnswer("UpgradeCode", reply.code, reply.lines);
   return false;
 }
 
-// The digest of a password is made the same way as that of a file.
-String Digest(const std::string& content) {
-  return EncodePswd(ToString(content));
+bool SendAll(TLink& link, const TAgent& agent, const String& bytes, TFailure& failure) {
+  return link.Send(bytes.Data(), static_cast<size_t>(bytes.Length()), agent.timeoutMs, failure);
 }
 
-bool SendFile(TLink& link, const TContext& context, const std::string& content, TFailure& failure) {
+bool SendFile(TLink& link, const TContext& context, TFailure& failure) {
+  const std::string& content = context.content;
   TProgress progress(context.view, content.size());
   for (size_t done = 0; done < content.size();) {
     const size_t block = std::min(kBlock, content.size() - done);
@@ -66,24 +66,30 @@ bool SendFile(TLink& link, const TContext& context, const std::string& content, 
   return link.Drain(context.agent->timeoutMs, failure);
 }
 
-bool Transfer(const TContext& context, const std::string& content, long pauseMs, TOutcome& outcome) {
+bool Transfer(const TContext& context, long pauseMs, TFailure& failure) {
   const TAgent& agent = *context.agent;
   TParams params;
-  params.Number(1, static_cast<long long>(content.size()));
+  params.Number(1, static_cast<long long>(context.content.size()));
   TPacket packet;
-  TLink link;
-  TReply reply;
-  if (!MakePacket(*agent.password, params.RequestText("UpgradeCode"), packet, outcome.failure)) return false;
-  if (!link.Connect(agent.target, agent.timeoutMs, outcome.failure)) return false;
-  if (!link.Send(packet.bytes.Data(), static_cast<size_t>(packet.bytes.Length()), agent.timeoutMs, outcome.failure))
-    return false;
-  if (!ReadReply(link, agent, packet, reply, outcome)) return false;
-  if (!SendFile(link, context, content, outcome.failure)) return false;
-  const timespec pause{pauseMs / 1000, pauseMs % 1000 * 1000000};
-  (void)nanosleep(&pause, nullptr);
-  const String digest = EncodeData(Digest(content), *packet.key, 0);
-  return link.Send(digest.Data(), static_cast<size_t>(digest.Length()), agent.timeoutMs, outcome.failure) &&
-         ReadReply(link, agent, packet, reply, outcome);
+  TLink link(agent.deadline);
+  if (!MakePacket(*agent.password, params.RequestText("UpgradeCode"), packet, failure)) return false;
+  if (!link.Connect(agent.target, agent.timeoutMs, failure)) return false;
+  if (!SendAll(link, agent, packet.bytes, failure) || !ReadReply(link, agent, packet, failure)) return false;
+  if (!SendFile(link, context, failure)) return false;
+  SleepUs(pauseMs * 1000);
+  // The digest of a password is made the same way as that of a file.
+  const String digest = EncodeData(EncodePswd(ToString(context.content)), *packet.key, 0);
+  return SendAll(link, agent, digest, failure) && ReadReply(link, agent, packet, failure);
+}
+
+bool TransferUntilTaken(const TContext& context, TFailure& failure) {
+  for (const long pauseMs : kPausesMs) {
+    failure = TFailure();
+    if (Transfer(context, pauseMs, failure)) return true;
+    if (failure.text != "Wrong CRC") return false;
+    Note(context.view, "tavctl: the agent took the digest apart; sending it all once more");
+  }
+  return false;
 }
 
 void AddChanges(const TAgentInfo& before, const TAgentInfo& after, TOutcome& outcome) {
@@ -104,32 +110,31 @@ void AddChanges(const TAgentInfo& before, const TAgentInfo& after, TOutcome& out
   outcome.result.tables.push_back(table);
 }
 
-void RunUpgrade(TContext& context, const TArgs& args, TOutcome& outcome) {
-  std::string content;
-  TAgentInfo before, after;
+// Reads the program once for all hosts and looks at it; with --force a fault is only noted.
+bool PrepareUpgrade(const TView& view, const TArgs& args, std::string& content, TFailure& failure) {
   const std::string name = args.Text("FILE");
-  if (!ReadInput(name, kLargestProgram + 1, content, outcome.failure)) return;
-  if (!CheckProgram(content, name, outcome.failure)) {
-    const auto size = static_cast<long long>(content.size());
-    if (!args.Has("--force") || size < kSmallestProgram || size > kLargestProgram) return;
-    Note(context.view, "tavctl: forced: " + outcome.failure.text);
-    outcome.failure = TFailure();
-  }
+  if (!ReadInput(name, kLargestProgram + 1, content, failure) || !CheckProgramSize(content, name, failure))
+    return false;
+  if (CheckProgram(content, name, failure)) return true;
+  if (!args.Has("--force")) return false;
+  Note(view, "tavctl: forced: " + failure.text);
+  failure = TFailure();
+  return true;
+}
+
+void RunUpgrade(TContext& context, const TArgs& args, TOutcome& outcome) {
+  TAgentInfo before, after;
   if (!AskInfo(*context.agent, "GetInfo", before, outcome.failure)) return;
-  bool sent = false;
-  for (const long pauseMs : kPausesMs) {
-    outcome = TOutcome();
-    sent = Transfer(context, content, pauseMs, outcome);
-    if (sent || outcome.failure.text != "Wrong CRC") break;
-    Note(context.view, "tavctl: the agent took the digest apart; sending it all once more");
-  }
-  if (!sent) return;
+  const bool fits = CheckMachine(context.content, before.Value("RunningOS"), outcome.failure);
+  if (!fits && !args.Has("--force")) return;
+  if (!TransferUntilTaken(context, outcome.failure)) return;
   const TRestart restart{before.Number("OpenedConnections")};
-  if (!WaitForAgent(*context.agent, args.Milliseconds("--wait", 60000), &restart, after, outcome.failure)) {
+  const long long waitMs = args.Milliseconds("--wait", 60000);
+  if (!WaitForAgent(*context.agent, waitMs, &restart, after, outcome.failure)) {
     outcome.failure.text = "the agent took the file, but the new one does not answer: " + outcome.failure.text;
     return;
   }
-  outcome.result.Add("sent", "sent", static_cast<long long>(content.size()), TUnit::kBytes);
+  outcome.result.Add("sent", "sent", static_cast<long long>(context.content.size()), TUnit::kBytes);
   AddChanges(before, after, outcome);
 }
 
@@ -138,10 +143,12 @@ void RunUpgrade(TContext& context, const TArgs& args, TOutcome& outcome) {
 std::vector<TCommandRow> UpgradeCommands() {
   return {
       Custom("upgrade", "Replace the agent's program and wait for the new agent",
-             {{"FILE", TArgKind::kLocalFile, "the new program"},
+             {{"FILE", TArgKind::kInputFile, "the new program"},
               {"--wait", TArgKind::kSeconds, "wait so long for the new agent (60)"},
-              {"--force", TArgKind::kFlag, "send it although it is not for a machine like this one"}},
+              {"--force", TArgKind::kFlag, "send it although it looks like no program for that host"}},
              RunUpgrade)
-          .Ask(TConfirm::kOnTerminal),
+          .Changes(Always)
+          .Prepare(PrepareUpgrade)
+          .Fragile(),
   };
 }
