@@ -129,6 +129,7 @@ TEST(TavctlSettings, TellTheTruthAboutAnOlderAgent) {
   const std::string diff = client.Run("-o plain settings diff @/c").out;
   EXPECT_NE(std::string::npos, diff.find("filecrc\t0\t(not reported)\n")) << diff;
   EXPECT_EQ(std::string::npos, diff.find("ours")) << diff;
+  EXPECT_EQ(std::string::npos, diff.find("secret")) << diff;
   EXPECT_EQ(std::string::npos, diff.find("unc\t")) << diff;
   EXPECT_NE(std::string::npos, client.Run("settings export").out.find("# filecrc is not reported"));
   EXPECT_EQ("filecrc\t(not reported)\t1 (not reported)\n", client.Run("-o plain settings set --yes filecrc=1").out);

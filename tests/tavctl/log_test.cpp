@@ -79,6 +79,7 @@ TEST(TavctlLog, SkipsWhatIsThereUnlessAskedAndTellsFiltersApart) {
   EXPECT_EQ(66, client.Run("test log @/app.log --state @/a" + both, "flock @/a.lock").status);
   EXPECT_EQ(0, client.Run("test log @/app.log --state @/a" + both).status);
   EXPECT_FALSE(std::filesystem::exists(agent.At("@/a.lock")));
+  EXPECT_EQ(std::filesystem::perms(0600), std::filesystem::status(agent.At("@/a")).permissions());
   EXPECT_EQ(1, client.Run("test log @/other.log --state @/c" + both).status);
   EXPECT_FALSE(std::filesystem::exists(agent.At("@/c")));
 }

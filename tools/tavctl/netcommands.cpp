@@ -75,7 +75,7 @@ std::vector<TCommandRow> NetCommands() {
              {host,
               toPort,
               {"--send", text, "send this; %0D and %0A in it arrive as line breaks"},
-              {"--receive", number, "wait for an answer and take so many bytes of it, at most 8192"},
+              {"--receive", TArgKind::kSize, "wait for an answer and take so many bytes of it, at most 8192"},
               {"--wait", TArgKind::kSeconds, "how long (5; 0 is two minutes)"}},
              BuildTcp, DecodeProbe)
           .Works(TcpWorkMs),
@@ -83,7 +83,7 @@ std::vector<TCommandRow> NetCommands() {
              {host,
               toPort,
               {"--send", text, "send this"},
-              {"--receive", number, "wait for an answer and take so many bytes of it, at most 8192"},
+              {"--receive", TArgKind::kSize, "wait for an answer and take so many bytes of it, at most 8192"},
               {"--wait", TArgKind::kSeconds, "how long for each attempt, in whole seconds (5)"},
               {"--attempts", number, "so many times at most (1)"}},
              BuildUdp, DecodeProbe)
