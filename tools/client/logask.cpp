@@ -26,7 +26,7 @@ bool AskLog(const TAgent& agent, const TLogQuery& query, TLogAnswer& answer, TFa
   if (query.hasSecond) PutFilter(11, query.second, params);
   params.Flag(query.hasSecond ? 20 : 16, query.macros);
   TReply reply;
-  if (!AskAgent(agent, "TEST-TextLog2", params, reply, failure, 60000)) return false;
+  if (!AskAgent(agent, "TEST-TextLog2", params, reply, failure, kWorkMs)) return false;
   TReader reader(reply);
   answer.match = reader.Number("place of the match");
   answer.line = reader.Text("line");
