@@ -50,6 +50,7 @@ TEST(TavctlFleet, IsNotHeldUpByOneThatDripsOneThatIsSilentAndOneThatRefuses) {
   agent.Write("hosts", HostOf(dripping.Port()) + HostOf(silent.Port()) + HostOf(1) + "127.0.0.1 # this one\n");
   const Stopwatch watch;
   const Ran ran = client.Run("--hosts - -t 0.5 --deadline 1 -j 4 -o plain ping", "sh -c 'exec $* <@/hosts' sh");
+  EXPECT_EQ(75, client.RunBare("-p 1 --password-file @/pw --deadline 0.2 wait --for 30").status);
   EXPECT_LT(watch.Seconds(), 3);
   drip.join();
   EXPECT_EQ(75, ran.status) << ran.out << ran.err;

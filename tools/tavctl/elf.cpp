@@ -60,7 +60,7 @@ class TElf {
   const std::string& bytes;
 };
 
-#define AT(wide, type, field) (wide ? offsetof(Elf64_##type, field) : offsetof(Elf32_##type, field))
+#define AT(wide, type, field) ((wide) ? offsetof(Elf64_##type, field) : offsetof(Elf32_##type, field))
 
 bool TElf::SegmentsInside() const {
   const bool wide = Wide();
