@@ -3,10 +3,10 @@
 //   input := key "|" code { "|" value }      each value goes as a text and as every number that it can be
 #include <time.h>
 
+#include "client/reply.h"
 #include "fuzz/law.h"
 #include "protocol/tav_const.h"
 #include "protocol/tavreply.h"
-#include "tools/tavctl/reply.h"
 
 static TReply Parsed(const std::string& text, bool isReply) {
   TReply reply;
