@@ -22,8 +22,6 @@
 
 namespace {
 
-constexpr long long kSmallestProgram = 101;
-constexpr long long kLargestProgram = 0x9FFFFF;
 constexpr mode_t kProgramBits = 0775;
 constexpr int kLongestScriptFolder = 1023;
 
