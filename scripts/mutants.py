@@ -161,6 +161,10 @@ def key_of(fault):
     return hashlib.sha1("\t".join(fault[1:4]).encode()).hexdigest()[:16]
 
 
+def passes(program, test):
+    return not Run(0, program, test).noticed_by() or not Run(0, program, test).noticed_by()
+
+
 # Who noticed it: the program and the test, or nothing.  Noticing counts when the test does it twice, and passes
 # without the fault in between: a busy machine fails some, too.
 def try_fault(fault, order, killers):
@@ -170,8 +174,7 @@ def try_fault(fault, order, killers):
     order.sort(key=lambda suite: suite[0] != own)
     for program, pattern in ([tuple(known)] if known else []) + order:
         test = Run(fault.number, program, pattern).noticed_by()
-        if test and (test == "start" or not Run(0, program, test).noticed_by() and
-                     Run(fault.number, program, test).noticed_by()):
+        if test and (test == "start" or passes(program, test) and Run(fault.number, program, test).noticed_by()):
             return program, test
     return None
 

@@ -139,7 +139,7 @@ TEST(Processes, AnEarlyFaultIsToldAndSurvivedOnce) {
 // Cure: descriptors close on exec, what blocks does not wait, limits and signals are handed on as they were found.
 TEST(Processes, HandOnNothingThatIsTheAgentsOwn) {
   Agent agent;
-  agent.Write("inside", "#!/bin/sh\ntrap '' CHLD\nulimit -Sn 200\nexec " + AgentBinary() + " \"$@\"\n");
+  agent.Write("inside", "#!/bin/sh\nulimit -Sn 200\nexec env --ignore-signal=CHLD " + AgentBinary() + " \"$@\"\n");
   agent.program = agent.At("@/inside");
   agent.Start("", {"-d"});
   ASSERT_TRUE(WaitFor([&] { return agent.PidInFile() > 0; }));
