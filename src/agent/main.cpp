@@ -36,6 +36,7 @@ constexpr int kHeaps = 2;
 constexpr int kLargeBlock = 128 * 1024;
 
 constexpr int kNotServing = 4;  // exit status
+constexpr int kServeAttempts = 3;
 
 void PrepareProcess() {
   OpenMissingStreams();
@@ -111,7 +112,8 @@ void CreatePidFile(TPidFile& pidFile) {
   _exit(status);
 }
 
-[[noreturn]] void Serve(char** argv, char** envp) {
+// Serves until the agent is told to end.  Returns when what it needs for that can't be had now.
+void Serve(char** argv, char** envp) {
   String error;
   TFd listener = Listen(error);
   if (!listener.IsOpen()) {
@@ -119,10 +121,37 @@ void CreatePidFile(TPidFile& pidFile) {
     End(kNotServing);
   }
   TPidFile pidFile;
+  TMainLoop loop(std::move(listener), pidFile, argv, envp);
+  if (loop.StartError() != 0) {
+    showmessage("Cannot wait for connections: %s\n", kNoPeer, mtFailure, 1, strerror(loop.StartError()));
+    return;
+  }
   CreatePidFile(pidFile);
   showmessage("Listening...\n", kNoPeer, mtInfo, 0);
-  TMainLoop loop(std::move(listener), pidFile, argv, envp);
   End(loop.Run());
+}
+
+void BeginToServe(char** argv, char** envp) {
+  RouteDiagnostics();
+  RememberCommandLine(argv, envp);
+  RefreshCrashRecord();
+  InstallFaultHandler();
+  AdoptChildren();
+  Serve(argv, envp);
+}
+
+// A daemon has nobody left to tell that it could not start, so a shortage of the moment is waited out.
+[[noreturn]] void ServeInSpiteOfShortages(char** argv, char** envp) {
+  for (int attempt = 0; attempt < kServeAttempts; ++attempt) {
+    try {
+      BeginToServe(argv, envp);
+    } catch (const std::exception&) {
+      showmessage("Error: not enough memory\n", kNoPeer, mtFailure, 0);
+    }
+    SetWakeFd(-1);
+    sleep(1);
+  }
+  End(kNotServing);
 }
 
 }  // namespace
@@ -140,14 +169,9 @@ int main(int argc, char** argv, char** envp) try {
     fprintf(stderr, "Error initializing daemon: %s\n", strerror(errno));
     return 2;
   }
-  RouteDiagnostics();
-  RememberCommandLine(argv, envp);
-  RefreshCrashRecord();
-  InstallFaultHandler();
-  AdoptChildren();
-  Serve(argv, envp);
+  ServeInSpiteOfShortages(argv, envp);
 } catch (const std::exception&) {
-  // Only the start can come here; the main loop and the sessions get over a lack of memory.
+  // Only the start can come here; what follows it gets over a lack of memory.
   fputs("Error: not enough memory\n", stderr);
   End(kNotServing);
 }

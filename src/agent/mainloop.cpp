@@ -80,11 +80,6 @@ void TMainLoop::CloseListener() {
 
 int TMainLoop::Run() {
   int status = 0;
-  if (startError != 0) {
-    showmessage("Cannot wait for connections: %s\n", kNoPeer, mtFailure, 1, strerror(startError));
-    pidFile.closepidfile();
-    return 4;
-  }
   while (Spared(&TMainLoop::CheckFlags, status) && Spared(&TMainLoop::CheckPort, status) &&
          Spared(&TMainLoop::ServeOnce, status))
     continue;

@@ -12,7 +12,9 @@ class TMainLoop {
  public:
   TMainLoop(TFd listeningSocket, TPidFile& file, char** argv, char** envp);
 
-  // Serves until the agent is told to end or cannot begin to serve.  Returns the exit status.
+  // 0, or the errno that says why nothing can be waited for.
+  int StartError() const { return startError; }
+  // Serves until the agent is told to end.  Returns the exit status.  REQUIRES: no StartError().
   int Run();
 
  private:
