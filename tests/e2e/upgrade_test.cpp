@@ -43,9 +43,13 @@ TEST(Upgrade, SizesAndDigestsAreCheckedAndOneRunsAtATime) {
   ASSERT_TRUE(WaitUntilTaken(first));
   first.Send(Digest(file).substr(0, 8));
   EXPECT_EQ("300\nWrong CRC", ReadReply(first, kSession)) << "a digest in two chunks";
-  for (const std::string& digest : {Digest("other"), Digest(file) + "x", std::string("x")}) {
-    const Socket next = Begin(agent, file.size());
-    next.Send(file + digest);
+  std::string bent = Digest(file);
+  bent[15] = static_cast<char>(bent[15] ^ 1);
+  const std::string apart(2044, 'n');  // the digest begins in the file's last chunk and ends in the next
+  for (const std::string& sent :
+       {file + Digest("other"), file + bent, file + Digest(file) + "x", file + "x", apart + Digest(apart)}) {
+    const Socket next = Begin(agent, sent.size() < 1000 ? file.size() : apart.size());
+    next.Send(sent);
     EXPECT_EQ("300\nWrong CRC", ReadReply(next, kSession));
     EXPECT_TRUE(next.EndsSilently());
   }
