@@ -1,8 +1,6 @@
 // A handler's reply under settings that allow every test.
 #pragma once
 
-#include <functional>
-
 #include "config/settings.h"
 #include "protocol/tavreply.h"
 #include "tests/scratch.h"
@@ -17,6 +15,3 @@ inline std::string ReplyOf(void (*handler)(const BVRequest&, TAVReply&), const s
   handler(BVRequest(Bytes(parameters)), reply);
   return Std(reply.Text());
 }
-
-// Told how many bytes each read() in these tests has brought.
-extern std::function<void(size_t)> whenRead;

@@ -38,18 +38,4 @@ TEST(Files, SpaceSizePresenceChecksumAndLists) {
     @/tree/sub/||0|1|0|0|1|0|1 => 200|@/tree/sub/|1|4|b.txt|0|     5|05032009140709)");
 }
 
-// A folder that can't be opened for want of descriptors is not one that adds nothing.
-TEST(Files, AWalkWithoutDescriptorsGivesNoFigure) {
-  Agent agent;
-  agent.Write("few", "#!/bin/sh\nulimit -n 24\nexec " + AgentBinary() + " \"$@\"\n");
-  agent.program = agent.At("@/few");
-  std::string deep = "deep/";
-  for (int level = 0; level < 40; level++) agent.Write((deep += "d/") + "f", "x");
-  agent.Start();
-  agent.ExpectRows("", R"(
-    TEST-FolderSize|@/deep|1 => 301|Folder/File doesn`t exist or access denied
-    TEST-CountFiles|@/deep|*|1|0|0 => 301|Folder doesn`t exist or access denied
-    TEST-FolderSize|@/deep|0 => 200|     0 ; TEST-CountFiles|@/deep/d|*|0|0|0 => 200|1)");
-}
-
 }  // namespace

@@ -259,17 +259,4 @@ TEST(Processes, RestartsAndEndsLeaveNothingOfTheRequestsUnderWay) {
   }
 }
 
-// Cure: the flag is cleared, and a listener that is closed is waited for no more.
-TEST(Processes, AReplacementThatFailsDoesNotSpin) {
-  Agent agent("tavpath=@/tav.cfg\n");
-  EXPECT_EQ("200\nOk", agent.Ask("ReloadApp"));
-  EXPECT_TRUE(agent.Shows("Error: cannot start new instance\n"));
-  const double before = CpuSeconds(agent.pid);
-  Sleep(2);
-  EXPECT_LT(CpuSeconds(agent.pid) - before, 0.5);
-  EXPECT_EQ(1u, agent.Count("Error: cannot start new instance\n"));
-  EXPECT_EQ("refused", agent.Ask("GetInfo"));
-  EXPECT_EQ(0, kill(agent.pid, 0)) << "it stays, with its port closed";
-}
-
 }  // namespace
