@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -15,7 +14,8 @@
 namespace {
 
 constexpr size_t kLeastRoom = 256;
-constexpr time_t kLockSeconds = 1;
+constexpr long long kLockMs = 1000;
+constexpr long long kLookUs = 1000;
 constexpr long long kClosedMs = 1000;
 constexpr int kMakingUs = 20 * 1000;
 
@@ -101,11 +101,10 @@ void ForgetTempFile(const char* path) {
 }
 
 void RemoveTempFiles(const char* spare1, const char* spare2) {
-  timespec until;
-  clock_gettime(CLOCK_MONOTONIC, &until);
-  until.tv_sec += kLockSeconds;
   // Who has held it for a whole second has broken under it and changes nothing any more.
-  const bool locked = pthread_mutex_clocklock(registermutex.Native(), CLOCK_MONOTONIC, &until) == 0;
+  const long long until = MonotonicMs() + kLockMs;
+  bool locked = false;
+  while (!(locked = pthread_mutex_trylock(registermutex.Native()) == 0) && MonotonicMs() < until) SleepUs(kLookUs);
   closedUntil = MonotonicMs() + kClosedMs;
   // Its maker, or a child just started, may be about to make what is missing.
   if (RemoveFiles(spare1, spare2) > 0) {
