@@ -1,13 +1,10 @@
 #include "actions/extcommand.h"
 
-#include "config/settings.h"
 #include "core/process.h"
 #include "protocol/results.h"
 #include "protocol/tav_const.h"
 
 void ProcessAct_ExternalCmd(const BVRequest& request, TAVReply& reply) {
-  if (!SettingsInForce()->executeaction) return Answer(reply, kSwitchedOff, "operation is not allowed");
-
   String cmdline = request.GetParam(1, 1), dir = request.GetParam(2, 1), error;
   int unused = 0, timeoutMs = 0, exitcode = 0;
   if (!tavDecodeInt(request.GetParam(3, 1), &unused) || !tavDecodeInt(request.GetParam(4, 1), &timeoutMs)) {

@@ -1,6 +1,5 @@
 #include "actions/netactions.h"
 
-#include "config/settings.h"
 #include "core/requester.h"
 #include "net/syncsocket.h"
 #include "net/syslogsender.h"
@@ -51,7 +50,6 @@ bool ReadSyslogOrder(const BVRequest& request, TSyslogOrder& order) {
 }  // namespace
 
 void ProcessAct_TCPSend(const BVRequest& request, TAVReply& reply) {
-  if (!SettingsInForce()->tcpudpaction) return Answer(reply, kSwitchedOff, "operation is not allowed");
   TSendOrder order;
   if (!ReadSendOrder(request, order)) return Answer(reply, kWrongParameter, "Wrong parameter");
 
@@ -68,7 +66,6 @@ void ProcessAct_TCPSend(const BVRequest& request, TAVReply& reply) {
 }
 
 void ProcessAct_Syslog(const BVRequest& request, TAVReply& reply) {
-  if (!SettingsInForce()->syslogaction) return Answer(reply, kSwitchedOff, "operation is not allowed");
   TSyslogOrder order;
   if (!ReadSyslogOrder(request, order)) return Answer(reply, kWrongParameter, "Wrong parameter");
 

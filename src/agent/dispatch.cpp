@@ -1,5 +1,7 @@
 #include "agent/dispatch.h"
 
+#include <iterator>
+
 #include "actions/extcommand.h"
 #include "actions/netactions.h"
 #include "agent/ipfilter.h"
@@ -12,6 +14,7 @@
 #include "checks/scripttests.h"
 #include "checks/textlog.h"
 #include "checks/unsupported.h"
+#include "config/commands.h"
 #include "config/remote_settings.h"
 #include "config/settings.h"
 #include "protocol/results.h"
@@ -57,21 +60,14 @@ void UpgradeCode(TCall& call) {
   call.reply.SetResult(kDone);
 }
 
-// Who may run a command.
-enum TGate {
-  kHandlerAsks,  // the handler looks at its own switch
-  kManagement,   // allowmanage, and a peer in manageaddr
-  kUpdates,      // allowupdates, and a peer in updateaddr
-};
-
-struct TCommand {
+// The handlers, in the order of the table of commands.
+struct THandler {
   const char* name;
   void (*handler)(const BVRequest& request, TAVReply& reply);
-  TGate gate = kHandlerAsks;
   void (*own)(TCall& call) = nullptr;  // in place of `handler`
 };
 
-constexpr TCommand kCommands[] = {
+constexpr THandler kHandlers[] = {
     {"TEST-UNC", ProcessTest_UNC},
     {"TEST-DiskSpace", ProcessTest_DiskSpace},
     {"TEST-FolderSize", ProcessTest_FolderSize},
@@ -102,27 +98,52 @@ constexpr TCommand kCommands[] = {
     {"GetDriveList", ProcessInfo_GetDriveList},
     {"GetFilesList", ProcessInfo_GetFileList},
     {"GetInfo", GetAgentStatus},
-    {"GetSettings", GetAgentSettings, kManagement},
-    {"SetSettings", SetAgentSettings, kManagement},
-    {"ReloadCfg", nullptr, kManagement, ReloadCfg},
-    {"ReloadApp", nullptr, kManagement, ReloadApp},
-    {"QUIT", nullptr, kManagement, Quit},
-    {"UpgradeCode", nullptr, kUpdates, UpgradeCode},
+    {"GetSettings", GetAgentSettings},
+    {"SetSettings", SetAgentSettings},
+    {"ReloadCfg", nullptr, ReloadCfg},
+    {"ReloadApp", nullptr, ReloadApp},
+    {"QUIT", nullptr, Quit},
+    {"UpgradeCode", nullptr, UpgradeCode},
 };
 
-const TCommand* FindCommand(const String& name) {
-  for (const TCommand& command : kCommands) {
-    if (name == command.name) return &command;
-  }
-  return nullptr;
+constexpr bool SameText(const char* a, const char* b) {
+  while (*a != '\0' && *a == *b) ++a, ++b;
+  return *a == *b;
 }
 
-bool MayRun(TGate gate, in_addr peer) {
-  if (gate == kHandlerAsks) return true;
-  const TSettingsPtr settings = SettingsInForce();
+constexpr bool EveryCommandHasItsHandler() {
+  for (int i = 0; i < kCommandCount; ++i) {
+    if (!SameText(kCommands[i].name, kHandlers[i].name)) return false;
+  }
+  return true;
+}
+static_assert(std::size(kHandlers) == kCommandCount, "a command has a row in config/commands and one here");
+static_assert(EveryCommandHasItsHandler(), "the rows here stand in the order of config/commands, with its names");
+
+// The row of both tables; -1 when the name is unknown.
+int FindCommand(const String& name) {
+  for (int i = 0; i < kCommandCount; ++i) {
+    if (name == kCommands[i].name) return i;
+  }
+  return -1;
+}
+
+bool IsAllowed(int allowed, in_addr peer, const String& list) {
   String ignored;  // the list's faults are the administrator's to see, not the peer's
-  if (gate == kManagement) return settings->allowmanage && IPAllowed(peer, settings->manageaddr, ignored);
-  return settings->allowupdates && IPAllowed(peer, settings->updateaddr, ignored);
+  return allowed && IPAllowed(peer, list, ignored);
+}
+
+// False when the peer may not run the command now; the reply says so.
+bool PassGate(const TCommand& command, in_addr peer, TAVReply& reply) {
+  const TSettingsPtr settings = SettingsInForce();
+  bool open = SwitchedOn(command, *settings);
+  const char* text = "";
+  if (command.gate == TGate::kTest) text = "test is not allowed";
+  if (command.gate == TGate::kAction) text = "operation is not allowed";
+  if (command.gate == TGate::kManagement) open = IsAllowed(settings->allowmanage, peer, settings->manageaddr);
+  if (command.gate == TGate::kUpdates) open = IsAllowed(settings->allowupdates, peer, settings->updateaddr);
+  if (!open) Answer(reply, kSwitchedOff, text);
+  return open;
 }
 
 // The command line, trimmed, and the text behind it.
@@ -149,23 +170,20 @@ bool ProcessBVRequest(const BVRequest& request, TAVReply& reply, TTAVFlags& flag
     reply.SetResult(kUnavailable);
     return false;
   }
-  const TCommand* command = FindCommand(name);
-  if (command == nullptr) {
+  const int row = FindCommand(name);
+  if (row < 0) {
     showmessage("Unknown command \"%s\"\n", params.peer, mtFailure, 1, PeerText(name).CStr());
     reply.SetResult(kUnavailable);
     return false;
   }
-  if (!MayRun(command->gate, params.peer)) {
-    reply.SetResult(kSwitchedOff);
-    return true;
-  }
+  if (!PassGate(kCommands[row], params.peer, reply)) return true;
 
   const BVRequest parameters = request.WithText(rest);
-  if (command->own == nullptr) {
-    command->handler(parameters, reply);
-    return true;
-  }
   TCall call = {parameters, reply, flags, upgrade};
-  command->own(call);
+  if (kHandlers[row].own != nullptr) {
+    kHandlers[row].own(call);
+  } else {
+    kHandlers[row].handler(parameters, reply);
+  }
   return true;
 }

@@ -3,7 +3,6 @@
 #include <string.h>
 #include <time.h>
 
-#include "config/settings.h"
 #include "core/filemacros.h"
 #include "core/filesearch.h"
 #include "core/treewalk.h"
@@ -85,8 +84,6 @@ int CountFiles(String folder, const String& mask, int subfolders, TCountFilesMod
 }
 
 void ProcessTest_CountFiles(const BVRequest& request, TAVReply& reply) {
-  if (!SettingsInForce()->countfiles) return Answer(reply, kSwitchedOff, "test is not allowed");
-
   const int mode = tavDecodeInt(request.GetParam(4, 1));
   int limit = 0;
   if (mode < AllFiles || mode > SubFolders || !tavDecodeInt(request.GetParam(5, 1), &limit))

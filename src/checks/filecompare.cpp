@@ -6,7 +6,6 @@
 #include <memory>
 
 #include "checks/textsearch.h"
-#include "config/settings.h"
 #include "core/filemacros.h"
 #include "core/inputfile.h"
 #include "core/paths.h"
@@ -111,8 +110,6 @@ int CompareFiles(const char* path1, const char* path2) {
 }
 
 void ProcessTest_FileCompare(const BVRequest& request, TAVReply& reply) {
-  if (!SettingsInForce()->comparefiles) return Answer(reply, kSwitchedOff, "test is not allowed");
-
   Answer(reply, kNotExamined, "File doesn`t exist");
   const TCompareMode& mode = ModeNamed(request.GetParam(1, 1));
   const auto switchAt = [&](int param) { return param > 0 && tavDecodeBool(request.GetParam(param, 1)); };

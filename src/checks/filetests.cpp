@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <memory>
 
-#include "config/settings.h"
 #include "core/clock.h"
 #include "core/filemacros.h"
 #include "core/filesearch.h"
@@ -22,8 +21,6 @@
 #include "protocol/tav_const.h"
 
 namespace {
-
-constexpr const char* kNotAllowed = "test is not allowed";
 
 // The servers know a file's checksum as a sum over blocks of this size, of which the last must be a short one.
 constexpr long long kChecksumBlock = 2048;
@@ -210,8 +207,6 @@ bool GetFileCRC(const char* path, unsigned int* crc, String& error) {
 }
 
 void ProcessTest_UNC(const BVRequest& request, TAVReply& reply) {
-  if (!SettingsInForce()->unc) return Answer(reply, kSwitchedOff, kNotAllowed);
-
   // The path may come in a form written for a network share.
   String path = request.GetParam(1, 1);
   if (path.Length() > 0 && path[path.Length()] == '\\') path.Delete(path.Length(), 1);
@@ -232,8 +227,6 @@ void ProcessTest_UNC(const BVRequest& request, TAVReply& reply) {
 }
 
 void ProcessTest_FolderSize(const BVRequest& request, TAVReply& reply) {
-  if (!SettingsInForce()->foldersize) return Answer(reply, kSwitchedOff, kNotAllowed);
-
   String folder = request.GetParam(1, 1);
   const bool resolved = !tavDecodeBool(request.GetParam(8, 1)) || ResolveFileMacros(folder);
   const long long size = resolved ? GetFolderSize(folder, tavDecodeBool(request.GetParam(2, 1))) : -1;
@@ -244,8 +237,6 @@ void ProcessTest_FolderSize(const BVRequest& request, TAVReply& reply) {
 }
 
 void ProcessTest_FileExists(const BVRequest& request, TAVReply& reply) {
-  if (!SettingsInForce()->fileexists) return Answer(reply, kSwitchedOff, kNotAllowed);
-
   String name = request.GetParam(1, 1);
   const bool resolved = !tavDecodeBool(request.GetParam(7, 1)) || ResolveFileMacros(name);
   long long size = 0;
@@ -263,8 +254,6 @@ void ProcessTest_FileExists(const BVRequest& request, TAVReply& reply) {
 }
 
 void ProcessTest_FileCRC(const BVRequest& request, TAVReply& reply) {
-  if (!SettingsInForce()->filecrc) return Answer(reply, kSwitchedOff, kNotAllowed);
-
   String file = request.GetParam(1, 1), error;
   unsigned int crc = 0;
   if (!GetFileCRC(file.CStr(), &crc, error)) return Answer(reply, kNotExamined, error);

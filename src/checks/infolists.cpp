@@ -3,7 +3,6 @@
 #include <string.h>
 
 #include "checks/filetests.h"
-#include "config/settings.h"
 #include "core/paths.h"
 #include "core/trouble.h"
 #include "protocol/results.h"
@@ -63,11 +62,6 @@ bool AddEntries(TAVReply& list, const TListing& listing, bool directories, int& 
   return rec.Trouble == 0;
 }
 
-bool Allowed(const TTAVSettings& settings) {
-  return settings.foldersize || settings.countfiles || settings.fileexists || settings.filecrc ||
-         settings.comparefiles || settings.textlog;
-}
-
 }  // namespace
 
 bool AddFileStr(TAVReply& list, const String& dir, const TSearchRec& entry, int withSize, int withCTime,
@@ -90,8 +84,6 @@ bool AddFileStr(TAVReply& list, const String& dir, const TSearchRec& entry, int 
 }
 
 void ProcessInfo_GetFileList(const BVRequest& request, TAVReply& reply) {
-  if (!Allowed(*SettingsInForce())) return Answer(reply, kSwitchedOff, "test is not allowed");
-
   const TListing listing(request);
   TAVReply list;
   int count = 0;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "config/settings.h"
 #include "core/clock.h"
 #include "core/requester.h"
 #include "net/sockets.h"
@@ -86,14 +85,12 @@ void Report(const TOutcome& outcome, TAVReply& reply) {
 }  // namespace
 
 void ProcessTest_TCP(const BVRequest& request, TAVReply& reply) {
-  if (!SettingsInForce()->tcp) return Answer(reply, kSwitchedOff, "test is not allowed");
   TProbe probe;
   if (!ReadTCPProbe(request, probe)) return Answer(reply, kWrongParameter, "Wrong parameter");
   Report(Try(SendReceiveTCPPacket, probe), reply);
 }
 
 void ProcessTest_UDP(const BVRequest& request, TAVReply& reply) {
-  if (!SettingsInForce()->udp) return Answer(reply, kSwitchedOff, "test is not allowed");
   TProbe probe;
   if (!ReadUDPProbe(request, probe)) return Answer(reply, kWrongParameter, "Wrong parameter");
   TOutcome outcome;

@@ -200,8 +200,6 @@ bool ReadScriptOutput(FILE* file, int wanted, String& result, String& output) {
 
 void ProcessTest_Process(const BVRequest& request, TAVReply& reply) {
   const TSettingsPtr settings = SettingsInForce();
-  if (!settings->process) return Answer(reply, kSwitchedOff, "test is not allowed");
-
   String script = settings->proccntscript;
   if (script.Length() == 0) return Answer(reply, kNotExamined, "ProcCnt script is not speified");
   if (!FileExists(script.CStr())) return Answer(reply, kNotExamined, "ProcCnt script doesn't exist");
@@ -221,8 +219,6 @@ void ProcessTest_Process(const BVRequest& request, TAVReply& reply) {
 
 void ProcessTest_CPU(const BVRequest&, TAVReply& reply) {
   const TSettingsPtr settings = SettingsInForce();
-  if (!settings->cpuusage) return Answer(reply, kSwitchedOff, "test is not allowed");
-
   String script = settings->cpuusagescript;
   if (script.Length() == 0) return Answer(reply, kNotExamined, "CPUUsage script is not speified");
   if (!FileExists(script.CStr())) return Answer(reply, kNotExamined, "CPUUsage script doesn't exist");
@@ -245,8 +241,6 @@ void ProcessTest_CPU(const BVRequest&, TAVReply& reply) {
 }
 
 void ProcessTest_External(const BVRequest& request, TAVReply& reply) {
-  if (!SettingsInForce()->external) return Answer(reply, kSwitchedOff, "test is not allowed");
-
   String cmdline = request.GetParam(1, 1), error;
   int timeoutMs = 0, exitcode = 0;
   if (!tavDecodeInt(request.GetParam(4, 1), &timeoutMs)) return Answer(reply, kWrongParameter, "Wrong parameter");
@@ -262,8 +256,6 @@ void ProcessTest_External(const BVRequest& request, TAVReply& reply) {
 
 void ProcessInfo_ProcessesList(const BVRequest&, TAVReply& reply) {
   const TSettingsPtr settings = SettingsInForce();
-  if (!settings->process) return Answer(reply, kSwitchedOff, "test is not allowed");
-
   String script = settings->proclistscript;
   if (script.Length() == 0) return Answer(reply, kNotExamined, "ProcList script is not speified");
   if (!FileExists(script.CStr())) return Answer(reply, kNotExamined, "ProcList script doesn't exist");
@@ -288,8 +280,6 @@ void ProcessInfo_ProcessesList(const BVRequest&, TAVReply& reply) {
 
 void ProcessTest_ShellScript(const BVRequest& request, TAVReply& reply) {
   const TSettingsPtr settings = SettingsInForce();
-  if (!settings->shellscript) return Answer(reply, kSwitchedOff, "test is not allowed");
-
   TTempFile script, output;
   if (!TakeUniqueName(script)) return Answer(reply, kNotExamined, "Cannot get temp file");
   const String text = tavDecodeStrings(request.GetParam(2, 1)).ReplaceAll("\r\n", "\n", 1);

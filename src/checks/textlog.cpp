@@ -10,7 +10,6 @@
 #include <string>
 
 #include "checks/linefilter.h"
-#include "config/settings.h"
 #include "core/filemacros.h"
 #include "core/inputfile.h"
 #include "core/paths.h"
@@ -263,8 +262,6 @@ long long CheckFileForExpression2(const char* path, long long& position, long lo
 }
 
 void ProcessTest_TextLog2(const BVRequest& request, TAVReply& reply) {
-  if (!SettingsInForce()->textlog) return Answer(reply, kSwitchedOff, "test is not allowed");
-
   TLogState state;
   if (!tavDecodeInt64(request.GetParam(2, 1), &state.position) ||
       !tavDecodeInt64(request.GetParam(3, 1), &state.knownSize) ||
