@@ -7,6 +7,7 @@
 #include "core/filemacros.h"
 #include "core/paths.h"
 #include "fuzz/law.h"
+#include "core/memsearch.h"
 
 namespace fs = std::filesystem;
 

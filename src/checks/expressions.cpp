@@ -1,4 +1,5 @@
 #include "checks/expressions.h"
+#include "core/memsearch.h"
 
 #include <stdlib.h>
 #include <string.h>

@@ -13,6 +13,7 @@
 #include <functional>
 #include <string>
 
+#include "core/strlist.h"
 #include "core/zostring.h"
 
 struct TPriorityItem {

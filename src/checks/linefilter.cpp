@@ -2,6 +2,7 @@
 
 #include "checks/expressions.h"
 #include "checks/textsearch.h"
+#include "core/memsearch.h"
 
 namespace {
 

@@ -8,6 +8,7 @@
 #include <new>
 
 #include "core/inputfile.h"
+#include "core/memsearch.h"
 #include "core/paths.h"
 
 namespace {

@@ -8,6 +8,9 @@
 
 namespace {
 
+constexpr int kStep = 128;
+constexpr int kGeometricFrom = 512;
+
 #ifdef __SANITIZE_THREAD__
 constexpr bool kPagesMove = false;  // the sanitizer would take their next owner for an intruder
 #else
@@ -48,4 +51,15 @@ void FreeBuffer(char* buffer, int size) {
     explicit_bzero(buffer, bytes);
     free(buffer);
   }
+}
+
+int CapacityFor(int n) {
+  const int step = n < kPagesFrom ? kStep : kPage;
+  return (n / step + 1) * step;
+}
+
+int GrownSize(int n, int capacity) {
+  if (capacity < kGeometricFrom || capacity > kLongestBuffer / 2) return n;
+  const int more = capacity + capacity / 2;
+  return more > n ? more : n;
 }

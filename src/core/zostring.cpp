@@ -1,33 +1,14 @@
 #include "core/zostring.h"
 
-#include <limits.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <new>
 #include <utility>
 
-#include "core/assertion.h"
 #include "core/buffer.h"
+#include "core/memsearch.h"
 
 namespace {
-
-constexpr int kStep = 128;           // buffers and slots come in multiples of this
-constexpr int kGeometricFrom = 512;  // from here on a growing buffer takes half as much again
-constexpr int kLongest = INT_MAX - 2 * kPage;
-
-int RoundUp(int n) {
-  const int step = n < kPagesFrom ? kStep : kPage;
-  return (n / step + 1) * step;
-}
-
-// What a buffer of `capacity` grows to so that n fits: steps while small, then by halves, so that a reply of a
-// hundred thousand lines is not copied a hundred thousand times.
-int GrownSize(int n, int capacity) {
-  if (capacity < kGeometricFrom || capacity > kLongest / 2) return n;
-  const int more = capacity + capacity / 2;
-  return more > n ? more : n;
-}
 
 // ASCII, whatever the locale.
 bool IsAlnum(char c) {
@@ -35,9 +16,7 @@ bool IsAlnum(char c) {
 }
 
 int Find(const char* buf, int buflen, const char* pat, int patlen) {
-  if (buf == nullptr || pat == nullptr || buflen <= 0 || patlen <= 0) return 0;
-  const void* hit = memmem(buf, static_cast<size_t>(buflen), pat, static_cast<size_t>(patlen));
-  return hit == nullptr ? 0 : static_cast<int>(static_cast<const char*>(hit) - buf) + 1;
+  return mempos(buf, buflen, pat, patlen);
 }
 
 }  // namespace
@@ -51,8 +30,8 @@ void String::prAllocMem(int n) {
     length = capacity = fixed = 0;
     return;
   }
-  if (n < 0 || n > kLongest) throw std::bad_alloc();
-  const int size = fixed ? n : RoundUp(n);
+  if (n < 0 || n > kLongestBuffer) throw std::bad_alloc();
+  const int size = fixed ? n + 1 : CapacityFor(n);
   if (size == capacity) return;
   char* buffer = ResizeBuffer(data, capacity, size);
   if (buffer == nullptr) throw std::bad_alloc();
@@ -60,12 +39,23 @@ void String::prAllocMem(int n) {
   capacity = size;
 }
 
+// Makes room for n bytes and the NUL.
 void String::Grow(int n) {
-  if (n > capacity) prAllocMem(GrownSize(n, capacity));
+  if (n >= capacity) prAllocMem(GrownSize(n, capacity));
+}
+
+void String::End(int n) {
+  length = n;
+  data[n] = '\0';
+}
+
+// How many of n bytes a text of this object may have.
+int String::Fitting(int n) const {
+  return fixed && n >= capacity ? capacity - 1 : n;
 }
 
 void String::Reserve(int n) {
-  if (!fixed && n > capacity) prAllocMem(n);
+  if (!fixed && n >= capacity) prAllocMem(n);
 }
 
 String::String(int size) {
@@ -124,55 +114,51 @@ int String::CopyData(const char* src, int n) {
     prAllocMem(0);
     return 0;
   }
-  if (fixed && n > capacity) n = capacity;
-  if (n > capacity) prAllocMem(n);
+  n = Fitting(n);
+  if (n >= capacity) prAllocMem(n);
   memcpy(data, src, static_cast<size_t>(n));
-  length = n;
+  End(n);
   return length;
 }
 
 void String::AddData(const char* src, int n) {
   if (src == nullptr) return;
   if (n == -1) n = static_cast<int>(strlen(src));
-  if (fixed && n > capacity - length) n = capacity - length;
+  if (n > kLongestBuffer - length) throw std::bad_alloc();
+  n = Fitting(length + n) - length;
   if (n <= 0) return;
-  if (n > kLongest - length) throw std::bad_alloc();
 
   const bool own = data != nullptr && src >= data && src < data + capacity;
   const long offset = own ? src - data : 0;
   Grow(length + n);
   memmove(data + length, own ? data + offset : src, static_cast<size_t>(n));
-  length += n;
+  End(length + n);
 }
 
 void String::AddChar(char c) {
-  if (fixed && length >= capacity) return;
+  if (Fitting(length + 1) == length) return;
   Grow(length + 1);
-  data[length++] = c;
+  data[length] = c;
+  End(length + 1);
 }
 
 void String::SetZero() {
-  if (length == capacity) prAllocMem(capacity + kStep);
+  Grow(length > 0 ? length : 1);
   memset(data + length, 0, static_cast<size_t>(capacity - length));
-}
-
-const char* String::CStr() {
-  SetZero();
-  return data;
 }
 
 void String::SetLength(int n) {
   if (n <= 0) return prAllocMem(0);
   prAllocMem(n);
   if (n > length) memset(data + length, 0, static_cast<size_t>(n - length));
-  length = n;
+  End(n);
 }
 
 // --- joining and comparing ---
 
 String String::operator+(const String& other) const {
   String sum;
-  sum.Reserve(length > kLongest - other.length ? kLongest : length + other.length);
+  sum.Reserve(length > kLongestBuffer - other.length ? kLongestBuffer : length + other.length);
   sum.AddData(data, length);
   sum.AddData(other.data, other.length);
   return sum;
@@ -226,7 +212,7 @@ void String::Delete(int index, int count) {
   const int rest = length - index + 1;
   if (count > rest) count = rest;
   memmove(data + index - 1, data + index - 1 + count, static_cast<size_t>(rest - count));
-  length -= count;
+  End(length - count);
 }
 
 String& String::Trim() {
@@ -236,7 +222,7 @@ String& String::Trim() {
   int begin = 0;
   while (begin < end && blank(data[begin])) ++begin;
   if (begin > 0) memmove(data, data + begin, static_cast<size_t>(end - begin));
-  length = end - begin;
+  if (data != nullptr) End(end - begin);
   return *this;
 }
 
@@ -246,7 +232,7 @@ String& String::RemoveRepeats(char c) {
     if (data[i] == c && kept > 0 && data[kept - 1] == c) continue;
     data[kept++] = data[i];
   }
-  length = kept;
+  if (data != nullptr) End(kept);
   return *this;
 }
 
@@ -332,132 +318,4 @@ String String::ReplaceAll(const char* from, const char* to, int caseSensitive) c
   }
   result.AddData(data + done, length - done);
   return result;
-}
-
-// --- lists ---
-
-TStrList::TStrList(const TStrList& other) {
-  for (int i = 0; i < other.count; ++i) Add(other[i]);
-}
-
-TStrList::TStrList(TStrList&& other) noexcept
-    : count(std::exchange(other.count, 0)),
-      capacity(std::exchange(other.capacity, 0)),
-      lengths(std::exchange(other.lengths, nullptr)),
-      items(std::exchange(other.items, nullptr)) {}
-
-TStrList& TStrList::operator=(TStrList other) noexcept {
-  std::swap(count, other.count);
-  std::swap(capacity, other.capacity);
-  std::swap(lengths, other.lengths);
-  std::swap(items, other.items);
-  return *this;
-}
-
-TStrList::~TStrList() {
-  Clear();
-}
-
-void TStrList::prAllocMem(int n) {
-  if (n == 0) return Clear();
-  if (capacity >= n) return;
-  if (n < 0 || n > kLongest) throw std::bad_alloc();
-  const size_t slots = static_cast<size_t>(RoundUp(GrownSize(n, capacity)));
-  void* newLengths = realloc(lengths, slots * sizeof *lengths);
-  if (newLengths == nullptr) throw std::bad_alloc();
-  lengths = static_cast<int*>(newLengths);
-  void* newItems = realloc(items, slots * sizeof *items);
-  if (newItems == nullptr) throw std::bad_alloc();
-  items = static_cast<char**>(newItems);
-  capacity = static_cast<int>(slots);
-}
-
-void TStrList::Add(const String& s) {
-  prAllocMem(count + 1);
-  char* copy = nullptr;
-  if (s.Length() > 0) {
-    copy = static_cast<char*>(malloc(static_cast<size_t>(s.Length())));
-    if (copy == nullptr) throw std::bad_alloc();
-    memcpy(copy, s.Data(), static_cast<size_t>(s.Length()));
-  }
-  lengths[count] = s.Length();
-  items[count] = copy;
-  ++count;
-}
-
-void TStrList::Delete(int i) {
-  if (i < 0 || i >= count) AssertionFailure("0", "zostring", 471, "void TStrList::Delete(int)");
-  free(items[i]);
-  const size_t behind = static_cast<size_t>(count - i - 1);
-  memmove(items + i, items + i + 1, behind * sizeof *items);
-  memmove(lengths + i, lengths + i + 1, behind * sizeof *lengths);
-  --count;
-}
-
-void TStrList::Clear() {
-  for (int i = 0; i < count; ++i) free(items[i]);
-  free(items);
-  free(lengths);
-  items = nullptr;
-  lengths = nullptr;
-  count = capacity = 0;
-}
-
-String TStrList::operator[](int i) const {
-  if (i < 0 || i >= count) AssertionFailure("0", "zostring", 495, "String TStrList::operator[](int)");
-  return String(items[i], lengths[i]);
-}
-
-// --- free functions ---
-
-char UpCase(char c) {
-  return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
-char LoCase(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-char* strupper(char* s, int n) {
-  for (int i = 0; i < n; ++i) s[i] = UpCase(s[i]);
-  return s;
-}
-
-char* strlower(char* s, int n) {
-  for (int i = 0; i < n; ++i) s[i] = LoCase(s[i]);
-  return s;
-}
-
-char* strupper(char* s) {
-  return strupper(s, static_cast<int>(strlen(s)));
-}
-char* strlower(char* s) {
-  return strlower(s, static_cast<int>(strlen(s)));
-}
-
-bool isdecimalnum(const char* s) {
-  for (; *s != '\0'; ++s) {
-    if ((*s < '0' || *s > '9') && *s != '-') return false;
-  }
-  return true;
-}
-
-bool isdecimalnum(const char* s, int n) {
-  for (int i = 0; i < n; ++i) {
-    if (s[i] < '0' || s[i] > '9') return false;
-  }
-  return true;
-}
-
-int mempos(const char* buf, int buflen, const char* pat, int patlen) {
-  return Find(buf, buflen, pat, patlen);
-}
-
-int memposi(const char* buf, int buflen, const char* pat, int patlen) {
-  if (buf == nullptr || pat == nullptr || buflen <= 0 || patlen <= 0) return 0;
-  for (int start = 0; start <= buflen - patlen; ++start) {
-    int same = 0;
-    while (same < patlen && LoCase(buf[start + same]) == LoCase(pat[same])) ++same;
-    if (same == patlen) return start + 1;
-  }
-  return 0;
 }

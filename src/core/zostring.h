@@ -1,4 +1,4 @@
-// The agent's byte string and string list, and the character and memory searches under them.
+// The agent's byte string.
 //
 // Positions are 1-based throughout, 0 means "not found".  A String may hold NUL bytes: packet bodies live in it as
 // well as text.  Objects are plain values; one object must not be written by two threads at once.
@@ -45,15 +45,14 @@ class String {
   char& operator[](int i) { return data[i - 1]; }
   char operator[](int i) const { return data[i - 1]; }
 
-  // May be null when nothing was ever stored.  Terminated by a NUL only after SetZero().
+  // May be null when nothing was ever stored.
   char* Data() { return data; }
   const char* Data() const { return data; }
   int Length() const { return length; }
-
-  // Makes Data() a null-terminated string: every byte from the length to the capacity becomes zero.
+  // The text for who ends it at its first NUL; never null.
+  const char* CStr() const { return data == nullptr ? "" : data; }
+  // Makes every byte behind the text zero, up to the capacity; never leaves Data() null.
   void SetZero();
-  // SetZero() and Data() in one step; never null.
-  const char* CStr();
 
   void LowerCase();       // ASCII only
   void SetLength(int n);  // new bytes are zero; 0 frees the buffer
@@ -84,49 +83,11 @@ class String {
  private:
   void prAllocMem(int n);
   void Grow(int n);
+  void End(int n);
+  int Fitting(int n) const;
 
   int length = 0;
-  int capacity = 0;
+  int capacity = 0;  // bytes of the buffer, of which the NUL takes one
   char* data = nullptr;
   int fixed = 0;
 };
-
-// A list of byte strings, each its own copy.  0-based; an index out of range stops the program.
-class TStrList {
- public:
-  TStrList() = default;
-  TStrList(const TStrList& other);
-  TStrList(TStrList&& other) noexcept;
-  TStrList& operator=(TStrList other) noexcept;
-  ~TStrList();
-
-  void Add(const String& s);
-  void Delete(int i);
-  void Clear();
-  String operator[](int i) const;
-  int Count() const { return count; }
-  void prAllocMem(int n);
-
- private:
-  int count = 0;
-  int capacity = 0;
-  int* lengths = nullptr;
-  char** items = nullptr;
-};
-
-// ASCII letters only; other bytes come back unchanged.
-char UpCase(char c);
-char LoCase(char c);
-char* strupper(char* s);
-char* strlower(char* s);
-char* strupper(char* s, int n);
-char* strlower(char* s, int n);
-
-// True when every byte is a digit or '-', in any number and order; the empty text passes.
-bool isdecimalnum(const char* s);
-// True when all n bytes are digits.
-bool isdecimalnum(const char* s, int n);
-
-// 1-based position of the first `pat` in `buf`, or 0; nulls and zero lengths give 0.  memposi ignores ASCII case.
-int mempos(const char* buf, int buflen, const char* pat, int patlen);
-int memposi(const char* buf, int buflen, const char* pat, int patlen);

@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "core/assertion.h"
+#include "core/memsearch.h"
 #include "protocol/bytes.h"
 #include "protocol/md5.h"
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/checks/replies.h"
+#include "core/memsearch.h"
 
 // The search as it is promised, window by window: each begins with the last bytes of the one before.
 static long long WindowSearch(const std::string& file, const std::string& text, int words) {

@@ -1,3 +1,5 @@
+#include "core/strlist.h"
+#include "core/memsearch.h"
 #include "core/zostring.h"
 
 #include <gtest/gtest.h>
@@ -27,12 +29,24 @@ TEST(StringTest, TrimTakesBlanksControlsAndHighBytes) {
   for (const auto& row : rows) EXPECT_TRUE(String(row.text).Trim() == row.trimmed) << row.text;
 }
 
-TEST(StringTest, AShorterValueLeavesTheOldBytesUntilTheZeroIsSet) {
-  String s("abcdef");
-  s = "ab";
-  EXPECT_EQ(2, s.Length());
-  EXPECT_EQ('c', s.Data()[2]);
-  EXPECT_STREQ("ab", s.CStr());
+TEST(StringTest, EndsInANulWhateverBecomesOfIt) {
+  String s(" abcdef ");
+  const auto expect = [&s](const char* text) {
+    EXPECT_STREQ(text, s.CStr());
+    EXPECT_EQ(strlen(text), static_cast<size_t>(s.Length()));
+  };
+  expect(" abcdef ");
+  s.Trim(), expect("abcdef");
+  s.Delete(5, 2), expect("abcd");
+  s += "ddd", expect("abcdddd");
+  s.RemoveRepeats('d'), expect("abcd");
+  s.SetLength(3), expect("abc");
+  s = "ab", expect("ab");
+  s = String(), expect("");
+  for (int n = 1; n <= 300; ++n) {
+    s.AddChar('x');
+    ASSERT_EQ(static_cast<size_t>(n), strlen(s.CStr()));
+  }
 
   String exact(128);  // fixed: what does not fit is dropped
   exact.CopyData(std::string(130, 'y').c_str(), -1);

@@ -6,6 +6,8 @@
 
 #include "checks/expressions.h"
 #include "client/text.h"
+#include "core/memsearch.h"
+#include "core/strlist.h"
 
 namespace {
 
