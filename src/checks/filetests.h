@@ -1,7 +1,6 @@
 // Tests of the file system: free space, folder sizes, the presence and age of a file, file checksums.
 //
-// Each handler runs on its session's thread, blocks only that, and answers kSwitchedOff when its switch in the
-// settings is off.  Parameters are positional.
+// Each handler runs on its session's thread and blocks only that.
 #pragma once
 
 #include "core/zostring.h"

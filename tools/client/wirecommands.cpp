@@ -1,51 +1,31 @@
 #include "client/wirecommands.h"
 
+#include "config/commands.h"
+#include "config/settings_keys.h"
+
 namespace {
 
-constexpr const char* kManage = "allowmanage";
-constexpr const char* kManageAddr = "manageaddr";
+const char* KeyOf(TSwitch field) {
+  for (const TSettingKey& row : kSettingKeys)
+    if (row.field.number == field) return row.key;
+  return nullptr;
+}
+
+TWireCommand FromTable(const TCommand& command) {
+  if (command.gate == TGate::kManagement) return {command.name, "allowmanage", "manageaddr"};
+  if (command.gate == TGate::kUpdates) return {command.name, "allowupdates", "updateaddr"};
+  const TSwitch field = command.switches[0];
+  return {command.name, field == nullptr ? nullptr : KeyOf(field), nullptr};
+}
 
 }  // namespace
 
 const std::vector<TWireCommand>& WireCommands() {
-  static const std::vector<TWireCommand> commands = {
-      {"TEST-UNC", "unc", nullptr},
-      {"TEST-DiskSpace", nullptr, nullptr},
-      {"TEST-FolderSize", "foldersize", nullptr},
-      {"TEST-FileExists", "fileexists", nullptr},
-      {"TEST-FileCompare", "comparefiles", nullptr},
-      {"TEST-FileCRC", "filecrc", nullptr},
-      {"TEST-CountFiles", "countfiles", nullptr},
-      {"TEST-Process", "process", nullptr},
-      {"TEST-Service", nullptr, nullptr},
-      {"TEST-NTLog", nullptr, nullptr},
-      {"TEST-CPU", "cpuusage", nullptr},
-      {"TEST-PerfCounter", nullptr, nullptr},
-      {"TEST-Script", nullptr, nullptr},
-      {"TEST-SNMP", nullptr, nullptr},
-      {"TEST-ExternalPrg", "external", nullptr},
-      {"TEST-Ping", nullptr, nullptr},
-      {"TEST-TCP", "tcp", nullptr},
-      {"TEST-UDP", "udp", nullptr},
-      {"TEST-TextLog2", "textlog", nullptr},
-      {"TEST-ShellScript", "shellscript", nullptr},
-      {"ACT-ExternalCmd", "executeaction", nullptr},
-      {"ACT-TCPUDPsend", "tcpudpaction", nullptr},
-      {"ACT-Syslog", "syslogaction", nullptr},
-      {"GetProcessesList", "process", nullptr},
-      {"GetServicesList", nullptr, nullptr},
-      {"GetEventLogFiles", nullptr, nullptr},
-      {"GetEventLogSources", nullptr, nullptr},
-      {"GetDriveList", nullptr, nullptr},
-      {"GetFilesList", "foldersize", nullptr},
-      {"GetInfo", nullptr, nullptr},
-      {"GetSettings", kManage, kManageAddr},
-      {"SetSettings", kManage, kManageAddr},
-      {"ReloadCfg", kManage, kManageAddr},
-      {"ReloadApp", kManage, kManageAddr},
-      {"QUIT", kManage, kManageAddr},
-      {"UpgradeCode", "allowupdates", "updateaddr"},
-  };
+  static const std::vector<TWireCommand> commands = [] {
+    std::vector<TWireCommand> all;
+    for (const TCommand& command : kCommands) all.push_back(FromTable(command));
+    return all;
+  }();
   return commands;
 }
 

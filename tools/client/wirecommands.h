@@ -1,4 +1,4 @@
-// The 36 commands of the wire, and which of the agent's settings switches each on.
+// The commands of the wire as the client speaks of them: which of the agent's settings switches each on.
 #pragma once
 
 #include <string>
@@ -6,7 +6,7 @@
 
 struct TWireCommand {
   const char* name;
-  const char* setting;    // key in the configuration file; null: always on, or never there on this platform
+  const char* setting;    // key in the configuration file, the first of several; null: always on, or never there on this platform
   const char* addresses;  // key of the list of addresses that may use it; null: everyone
 };
 
