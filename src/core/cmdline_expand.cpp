@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "core/cmdline_split.h"
+#include "core/memsearch.h"
 
 namespace {
 
