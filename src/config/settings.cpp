@@ -1,7 +1,6 @@
 #include "config/settings.h"
 
 #include <memory>
-#include <mutex>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -25,13 +24,15 @@ class TKeysOnDemand {
 
   bool For(const String& text) const { return password == text; }
   TPasswordKeysPtr Get() {
-    std::call_once(once, [this] { keys = std::make_shared<const TPasswordKeys>(password); });
-    return keys;
+    // Not std::call_once: where memory is short, an exception would have to pass through the C library.
+    TPasswordKeysPtr known = std::atomic_load(&keys);
+    if (known != nullptr) return known;
+    TPasswordKeysPtr fresh = std::make_shared<const TPasswordKeys>(password);
+    return std::atomic_compare_exchange_strong(&keys, &known, fresh) ? fresh : known;
   }
 
  private:
   String password;
-  std::once_flag once;
   TPasswordKeysPtr keys;
 };
 
