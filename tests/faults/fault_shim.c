@@ -50,9 +50,9 @@ static int Fails(int kinds, const char* call) {
   return 1;
 }
 
-static int IsFile(int fd) {
+static int IsFile(long fd) {
   struct stat status;
-  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+  return fstat((int)fd, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 // The whole time is still to be slept.
@@ -65,22 +65,21 @@ static long Interrupt(const struct timespec* wanted, struct timespec* rest, long
 #define REST(wanted, rest, result) Interrupt((const void*)(wanted), (void*)(rest), result)
 
 // Kinds, call, when it counts, what it returns when it fails.
-#define CALLS(X)                                                                                                 \
-  X(kMem, mmap64, 1, -1) X(kMem, mmap, 1, -1) X(kMem, mremap, 1, -1) X(kMem, fdopendir, 1, 0)                    \
-  X(kMem, epoll_ctl, b != 2, -1)                                                                                 \
-  X(kDesc, open64, 1, -1) X(kDesc, open, 1, -1) X(kDesc, __open64_2, 1, -1) X(kDesc, openat64, 1, -1)            \
-  X(kDesc, openat, 1, -1) X(kDesc, __openat64_2, 1, -1) X(kDesc, opendir, 1, 0) X(kDesc, socket, 1, -1)          \
-  X(kDesc, fcntl64, DUPLICATES, -1) X(kDesc, fcntl, DUPLICATES, -1) X(kDesc, epoll_create1, 1, -1)               \
-  X(kDesc, eventfd, 1, -1) X(kDesc, syscall, a == SYS_pidfd_open, -1) X(kDesc, freopen64, 1, 0)                  \
-  X(kIntr, accept4, 1, -1)                                                                               \
-  X(kProc, pthread_create, 1, EAGAIN)                                                      \
-  X(kSpace | kIntr, write, kind == kInterrupted || IsFile((int)a), -1) X(kSpace, fsync, 1, -1)                   \
-  X(kSpace, rename, 1, -1) X(kSpace, link, 1, -1) X(kSpace, fchmod, 1, -1) X(kSpace, ftruncate64, 1, -1)         \
-  X(kStat, fstatat64, 1, -1) X(kStat, stat64, 1, -1) X(kStat, lstat64, 1, -1) X(kStat, fstat64, 1, -1)           \
-  X(kStat, statfs64, 1, -1) X(kStat, faccessat, 1, -1) X(kStat, access, 1, -1) X(kStat, readdir64, 1, 0)         \
-  X(kIntr, read, 1, -1) X(kIntr, __read_chk, 1, -1) X(kIntr, pread64, 1, -1) X(kIntr, recv, 1, -1)               \
-  X(kIntr, __recv_chk, 1, -1) X(kIntr, recvfrom, 1, -1) X(kIntr, send, 1, -1) X(kIntr, sendto, 1, -1)            \
-  X(kIntr, poll, 1, -1) X(kIntr, __poll_chk, 1, -1) X(kIntr, epoll_wait, 1, -1) X(kIntr, waitpid, 1, -1)         \
+#define CALLS(X)                                                                                                  \
+  X(kMem, mmap64, 1, -1) X(kMem, mmap, 1, -1) X(kMem, mremap, 1, -1) X(kMem, fdopendir, 1, 0)                     \
+  X(kMem, epoll_ctl, b != 2, -1) X(kDesc, open64, 1, -1) X(kDesc, open, 1, -1) X(kDesc, __open64_2, 1, -1)        \
+  X(kDesc, openat64, 1, -1) X(kDesc, openat, 1, -1) X(kDesc, __openat64_2, 1, -1) X(kDesc, opendir, 1, 0)         \
+  X(kDesc, socket, 1, -1) X(kDesc, fcntl64, DUPLICATES, -1) X(kDesc, fcntl, DUPLICATES, -1)                       \
+  X(kDesc, epoll_create1, 1, -1) X(kDesc, eventfd, 1, -1) X(kDesc, syscall, a == SYS_pidfd_open, -1)              \
+  X(kDesc, freopen64, 1, 0) X(kIntr, accept4, 1, -1) X(kProc, pthread_create, 1, EAGAIN) X(kSpace, fsync, 1, -1)  \
+  X(kSpace, rename, 1, -1) X(kSpace, link, 1, -1) X(kSpace, fchmod, 1, -1) X(kSpace, mkdir, 1, -1)                \
+  X(kSpace, ftruncate64, 1, -1) X(kSpace | kIntr, write, kind == kInterrupted || IsFile(a), -1)                   \
+  X(kStat, fstatat64, 1, -1) X(kStat, stat64, 1, -1) X(kStat, lstat64, 1, -1)                                     \
+  X(kStat, fstat64, 1, -1) X(kStat, statfs64, 1, -1) X(kStat, faccessat, 1, -1) X(kStat, access, 1, -1)           \
+  X(kStat, readdir64, 1, 0) X(kIntr, read, 1, -1) X(kIntr, __read_chk, 1, -1) X(kIntr, pread64, 1, -1)            \
+  X(kIntr, recv, 1, -1) X(kIntr, __recv_chk, 1, -1) X(kIntr, recvfrom, 1, -1) X(kIntr, send, 1, -1)               \
+  X(kIntr, sendto, 1, -1) X(kIntr, poll, 1, -1) X(kIntr, __poll_chk, 1, -1) X(kIntr, ppoll, 1, -1)                \
+  X(kIntr, waitid, 1, -1) X(kIntr, usleep, 1, -1) X(kIntr, epoll_wait, 1, -1) X(kIntr, waitpid, 1, -1)            \
   X(kIntr, sleep, 1, a) X(kIntr, nanosleep, 1, REST(a, b, -1)) X(kIntr, clock_nanosleep, 1, REST(c, d, EINTR))
 
 typedef long TCall(long a, long b, long c, long d, long e, long f);
