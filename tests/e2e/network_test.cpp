@@ -39,6 +39,7 @@ TEST(Network, ProbesAnswerWithWhatThePeerSays) {
   std::future<std::string> answer = Asking(agent, To("TEST-TCP", server.Port()) + "0|PING%0D%0A|6");
   const Socket client = Accept(server);
   EXPECT_EQ("PING\r\n", client.Receive());
+  EXPECT_EQ("", client.Receive(0.2)) << "it waits";
   client.Send("PONG\r\n");
   EXPECT_TRUE(std::regex_match(answer.get(), std::regex("200\n[0-9]+\nPONG%0D%0A")));
   agent.Expect("TEST-TCP|" + kNoHost + "|80|1000||0", "301|Cannot resolve server name to IP address|-2");
