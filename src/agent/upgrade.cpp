@@ -1,5 +1,6 @@
 #include "agent/upgrade.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -10,12 +11,14 @@
 #include "agent/flags.h"
 #include "agent/session.h"
 #include "config/settings.h"
+#include "core/clock.h"
 #include "core/closers.h"
 #include "core/mutex.h"
 #include "core/paths.h"
 #include "core/tempdir.h"
 #include "core/tempfile.h"
 #include "core/tempregister.h"
+#include "core/trouble.h"
 #include "core/writeall.h"
 #include "protocol/md5.h"
 #include "protocol/tav_const.h"
@@ -24,6 +27,8 @@ namespace {
 
 constexpr mode_t kProgramBits = 0775;
 constexpr int kLongestScriptFolder = 1023;
+constexpr int kMostLooks = 50;
+constexpr long long kLookPauseUs = 10 * 1000;
 
 // Removes the old program, waits until it is gone, puts the new one in its place and starts it with the agent's
 // arguments.
@@ -61,6 +66,17 @@ String ScriptPath() {
   return SafeTempFolder(folder).Copy(1, kLongestScriptFolder) + "/tavupd__.sh";
 }
 
+// Makes a call that examines a file.  A shortage says nothing about the file, and an upgrade that is given up for
+// it would cost the host its agent: it is waited out for a moment.
+template <class TCall>
+bool Look(TCall call) {
+  for (int attempt = 1; call() != 0; ++attempt) {
+    if (!OwnTrouble(errno) || attempt == kMostLooks) return false;
+    SleepUs(kLookPauseUs);
+  }
+  return true;
+}
+
 // A file that is made here and kept open, so that it can be told from another of its name.  It is removed with the
 // object.
 class TKeptFile {
@@ -90,7 +106,8 @@ class TKeptFile {
   // True while the path leads to the very file that was made.
   bool IsInPlace() {
     struct stat open, named;
-    if (!file.IsOpen() || fstat(file.Get(), &open) != 0 || lstat(path.CStr(), &named) != 0) return false;
+    if (!file.IsOpen() || !Look([&] { return fstat(file.Get(), &open); })) return false;
+    if (!Look([&] { return lstat(path.CStr(), &named); })) return false;
     return open.st_dev == named.st_dev && open.st_ino == named.st_ino;
   }
   // What is open for writing can't be executed.

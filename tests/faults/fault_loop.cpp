@@ -316,7 +316,8 @@ std::string Reload(TWatched& agent, int kind) {
 // Waits until the agent has ended as it should, or rests.
 std::string AfterEnd(TWatched& agent, bool must) {
   if (!WaitFor([&] { return agent.Ended() || (!must && agent.Unrest().empty()); }, 5)) return "does not end";
-  if (agent.pid != 0) return agent.AtRest();
+  const std::string unrest = agent.pid != 0 ? agent.AtRest() : "";
+  if (agent.pid != 0) return unrest;  // it may have ended only now: its last child's files go first
   if (agent.status != 0) return "ended with " + std::to_string(agent.status);
   return agent.TempFolderIsEmpty() ? "" : "a temporary file stays";
 }
