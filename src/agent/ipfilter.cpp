@@ -18,7 +18,7 @@ String AddressText(const String& work, int begin, int& end) {
 }
 
 // In host order; 0 and the error text when it is none.  255.255.255.255 counts as none, as inet_addr has it.
-in_addr_t ParseAddress(String text, String& error) {
+in_addr_t ParseAddress(const String& text, String& error) {
   const in_addr_t address = inet_addr(text.CStr());
   if (address != INADDR_NONE) return ntohl(address);
   error = String("Invalid IP address (") + text + ") specified";

@@ -52,7 +52,7 @@ void* OpeningMain(void* argument) {
   return nullptr;
 }
 
-bool NeedsLookup(String host) {
+bool NeedsLookup(const String& host) {
   in_addr address;
   return host.Length() > 0 && inet_pton(AF_INET, host.CStr(), &address) != 1;
 }

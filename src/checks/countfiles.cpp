@@ -52,7 +52,7 @@ long now_min() {
   return sec2min(time(nullptr));
 }
 
-int CountFiles(String folder, const String& mask, int subfolders, TCountFilesMode mode, int limit) {
+int CountFiles(const String& folder, const String& mask, int subfolders, TCountFilesMode mode, int limit) {
   const TCondition condition = {mode, limit, now_min() - limit};
   String wildcard = mask;
   TFolderCount here;

@@ -28,6 +28,6 @@ long now_min();
 // folders returns none of its entries, not even "." (a read-only file system), and either `subfolders` is set or
 // nothing matches the mask; a subfolder with that outcome adds nothing.  -1 too when trouble of the agent's own or
 // a read error leaves the count unknown.  Blocks on the file system; any depth.
-int CountFiles(String folder, const String& mask, int subfolders, TCountFilesMode mode, int limit);
+int CountFiles(const String& folder, const String& mask, int subfolders, TCountFilesMode mode, int limit);
 
 void ProcessTest_CountFiles(const BVRequest& request, TAVReply& reply);

@@ -37,7 +37,7 @@ bool HasWildcards(const String& mask) {
   return false;
 }
 
-bool NamesSomething(String path) {
+bool NamesSomething(const String& path) {
   struct stat status;
   return lstat(path.CStr(), &status) == 0;
 }
@@ -122,8 +122,7 @@ long long SumFromRoot(const String& mask) {
 
 // The size, or why there is none.
 long long SizeOf(const String& path, int recursive) {
-  String name = path;
-  if (DirectoryExists(name.CStr())) return TSizeSum("*", recursive).Run(path);
+  if (DirectoryExists(path.CStr())) return TSizeSum("*", recursive).Run(path);
   if (OwnTrouble(errno)) return kTrouble;
 
   const String mask = ExtractFileName(path);
@@ -177,7 +176,7 @@ bool GetUNCDriveInfo(const char* path, long long& total, long long& free, long l
   return true;
 }
 
-long long GetFolderSize(String path, int recursive) {
+long long GetFolderSize(const String& path, int recursive) {
   return std::max(SizeOf(path, recursive), -1LL);
 }
 

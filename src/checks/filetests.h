@@ -24,7 +24,7 @@ bool GetUNCDriveInfo(const char* path, long long& total, long long& free, long l
 // counted nor followed, folders themselves weigh nothing.  -1 when the folder can't be listed, when trouble of the
 // agent's own or a read error leaves the size unknown, and without `recursive` when a name without wildcards names
 // nothing.
-long long GetFolderSize(String path, int recursive);
+long long GetFolderSize(const String& path, int recursive);
 
 // Size, status-change and modification time of what the name itself stands for: a link is not followed.  False with
 // errno set.

@@ -51,18 +51,15 @@ void SyncFolderOf(const String& path) {
 
 }  // namespace
 
-TReplacement::TReplacement(const char* name) : path(name), newName(path + ".New") {
-  path.SetZero();
-  newName.SetZero();
-}
+TReplacement::TReplacement(const char* name) : path(name), newName(path + ".New") {}
 
 TReplacement::~TReplacement() {
-  if (unfinished) (void)unlink(newName.Data());
+  if (unfinished) (void)unlink(newName.CStr());
   explicit_bzero(buffer, sizeof buffer);
 }
 
 bool TReplacement::Create(const TInputFile& old) {
-  file = CreatePrivateFile(newName.Data(), 0600, O_WRONLY);
+  file = CreatePrivateFile(newName.CStr(), 0600, O_WRONLY);
   unfinished = file.IsOpen();
   if (unfinished) CopyRights(old, file.Get());
   return unfinished;
@@ -94,16 +91,14 @@ bool TReplacement::Finish() {
 // A second name for the old file, or a copy where there are none, then that moved over an older ".Old": the path is
 // never without a file.
 bool TReplacement::KeepOld(TInputFile& old) {
-  String kept = path + ".Old";
-  kept.SetZero();
-  TReplacement copy(kept.Data());
+  const String kept = path + ".Old";
+  TReplacement copy(kept.CStr());
   copy.newName = AsideName(path);
-  copy.newName.SetZero();
-  const char* aside = copy.NewName().Data();
+  const char* aside = copy.NewName().CStr();
   (void)unlink(aside);  // a crash may have left it
-  if (link(path.Data(), aside) != 0 && !copy.CopyFrom(old)) return false;
+  if (link(path.CStr(), aside) != 0 && !copy.CopyFrom(old)) return false;
 
-  const bool moved = rename(aside, kept.Data()) == 0;
+  const bool moved = rename(aside, kept.CStr()) == 0;
   (void)unlink(aside);  // still there when the move failed, or when ".Old" was this very file
   return moved;
 }
@@ -120,7 +115,7 @@ bool TReplacement::CopyFrom(TInputFile& old) {
 bool TReplacement::Install(TInputFile& old) {
   (void)KeepOld(old);  // the old content is given up rather than the new
   unfinished = false;  // what cannot be moved now is left beside the old file
-  if (rename(newName.Data(), path.Data()) != 0) return false;
+  if (rename(newName.CStr(), path.CStr()) != 0) return false;
   SyncFolderOf(path);
   return true;
 }

@@ -5,7 +5,6 @@
 #include <type_traits>
 #include <utility>
 
-#include "config/settings_keys.h"
 #include "core/paths.h"
 #include "core/tempdir.h"
 
@@ -43,19 +42,10 @@ struct TPublished {
 };
 using TPublishedPtr = std::shared_ptr<const TPublished>;
 
-// The texts of a published copy are null-terminated for whoever reads them.
-void TerminateTexts(TTAVSettings& settings) {
-  for (const TSettingKey& key : kSettingKeys) {
-    if (key.field.text != nullptr) (settings.*key.field.text).SetZero();
-  }
-  settings.activefilter.SetZero();
-}
-
 // A password that stays keeps its keys.
 TPublishedPtr Prepare(const TTAVSettings& settings, const TPublished* last) {
   const auto next = std::make_shared<TPublished>();
   next->settings = settings;
-  TerminateTexts(next->settings);
   const bool samePassword = last != nullptr && last->keys->For(settings.password);
   next->keys = samePassword ? last->keys : std::make_shared<TKeysOnDemand>(settings.password);
   return next;
@@ -165,17 +155,12 @@ int TTAVSettings::LoadOptions_(String& message) {
 }
 
 void TTAVSettings::PutRight(String& message) {
-  host.SetZero();
   BuildActiveFilter(*this, message);
-
-  tavpath.SetZero();
   const String folder = ExtractFilePath(tavpath);
   for (String* path : {&cpuusagescript, &proclistscript, &proccntscript}) {
     if (folder.Length() > 0) PrefixScript(*path, folder);
-    path->SetZero();
   }
   PutTempDirectoryRight(tmpdir);
-  pidfile.SetZero();
 }
 
 TSettingsPtr SettingsInForce() {

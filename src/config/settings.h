@@ -103,8 +103,7 @@ class TTAVSettings {
 
 extern TTAVSettings TAVSettings GUARDED_BY(optmutex);
 
-// The published settings, their texts null-terminated.  Never null; hold the pointer for as long as several fields
-// must agree.
+// The published settings.  Never null; hold the pointer for as long as several fields must agree.
 using TSettingsPtr = std::shared_ptr<const TTAVSettings>;
 TSettingsPtr SettingsInForce();
 // The password keys of the published settings; prepared once per password, by who asks first.  The cipher must be

@@ -39,7 +39,6 @@ TLook LookAt(const char* path) {
 // Empty when it cannot be made.
 String MakeWithRandomEnding(const String& name) {
   String path = name + "-XXXXXX";
-  path.SetZero();
   if (mkdtemp(path.Data()) == nullptr) return String();
   if (RegisterTempFolder(path.Data())) return path;
   (void)rmdir(path.Data());
@@ -72,9 +71,8 @@ bool OthersMayWrite(const struct stat& folder) {
 }
 
 String SafeTempFolder(const String& dir) {
-  String path(dir);
   struct stat status;
-  if (stat(path.CStr(), &status) != 0) {
+  if (stat(dir.CStr(), &status) != 0) {
     // One that is not there or can't be entered needs no folder of ours; what can't be judged is not used.
     const bool unusable = errno == ENOENT || errno == ENOTDIR || errno == EACCES || errno == ELOOP;
     return unusable || errno == ENAMETOOLONG ? dir : String(kNowhere);
@@ -83,11 +81,10 @@ String SafeTempFolder(const String& dir) {
 
   const std::shared_ptr<const TOwnFolder> last = std::atomic_load(&ownFolder);
   if (last != nullptr && last->dir == dir) {
-    String known(last->path);
-    const TLook look = LookAt(known.CStr());
-    if (look == kOurs) return known;
+    const TLook look = LookAt(last->path.CStr());
+    if (look == kOurs) return last->path;
     if (look == kUnknown) return kNowhere;
-    ForgetTempFile(known.CStr());
+    ForgetTempFile(last->path.CStr());
   }
   const String made = MakeOwnFolder(dir);
   if (made.Length() == 0) return kNowhere;
@@ -96,12 +93,7 @@ String SafeTempFolder(const String& dir) {
 }
 
 void SetTempDirectory(const char* dir) {
-  std::shared_ptr<String> value;
-  if (dir != nullptr) {
-    value = std::make_shared<String>(dir);
-    value->SetZero();
-  }
-  std::atomic_store(&published, std::shared_ptr<const String>(std::move(value)));
+  std::atomic_store(&published, dir == nullptr ? nullptr : std::make_shared<const String>(dir));
 }
 
 bool TempDirectory(String& dir) {
@@ -110,12 +102,7 @@ bool TempDirectory(String& dir) {
   if (fromEnvironment == nullptr) fromEnvironment = getenv("TMP");
   if (value == nullptr && fromEnvironment == nullptr) return false;
 
-  if (value != nullptr) {
-    dir = *value;
-  } else {
-    dir = fromEnvironment;
-  }
-  dir.SetZero();
+  dir = value != nullptr ? *value : String(fromEnvironment);
   return true;
 }
 
@@ -132,7 +119,5 @@ TChildEnvironment::TChildEnvironment(const char* tmpdir) {
 
 std::shared_ptr<const TChildEnvironment> ChildEnvironment() {
   const std::shared_ptr<const String> value = std::atomic_load(&published);
-  const char* tmpdir = nullptr;
-  if (value != nullptr) tmpdir = value->Length() == 0 ? "" : value->Data();
-  return std::make_shared<const TChildEnvironment>(tmpdir);
+  return std::make_shared<const TChildEnvironment>(value == nullptr ? nullptr : value->CStr());
 }

@@ -19,8 +19,8 @@
 // environment says again.
 void SetTempDirectory(const char* dir);
 
-// The directory set last, else the environment's TMPDIR, else its TMP; without a trailing slash added, and
-// null-terminated.  False when none is set.
+// The directory set last, else the environment's TMPDIR, else its TMP; without a trailing slash added.  False
+// when none is set.
 bool TempDirectory(String& dir);
 
 // True when somebody but this user and root can make, remove or exchange files in the folder.  An access list shows

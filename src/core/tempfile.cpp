@@ -62,10 +62,9 @@ int gettempfilename(char* buf, int len, const char* name) {
   String dir;
   if (!TempDirectory(dir)) dir = ".";
   dir = SafeTempFolder(dir) + '/';
-  dir.SetZero();
-  if (strlen(dir.Data()) > static_cast<size_t>(len - kRoomForName)) return Refuse(buf);
+  if (strlen(dir.CStr()) > static_cast<size_t>(len - kRoomForName)) return Refuse(buf);
 
-  snprintf(buf, static_cast<size_t>(len), "%s%s", dir.Data(), name == nullptr ? "" : name);
+  snprintf(buf, static_cast<size_t>(len), "%s%s", dir.CStr(), name == nullptr ? "" : name);
   return name != nullptr ? 1 : UniqueName(buf, len);
 }
 

@@ -28,7 +28,7 @@ int tavDecodeBool(const char* s) {
   return s != nullptr && strcmp(s, "1") == 0;
 }
 
-int tavDecodeBool(String s) {
+int tavDecodeBool(const String& s) {
   return tavDecodeBool(s.CStr());
 }
 
@@ -38,7 +38,7 @@ int tavDecodeInt(const char* s) {
   return static_cast<int>(tavDecodeInt64(s));
 }
 
-int tavDecodeInt(String s) {
+int tavDecodeInt(const String& s) {
   return tavDecodeInt(s.CStr());
 }
 
@@ -48,7 +48,7 @@ int tavDecodeInt(const char* s, int* out) {
   return 1;
 }
 
-int tavDecodeInt(String s, int* out) {
+int tavDecodeInt(const String& s, int* out) {
   return tavDecodeInt(s.CStr(), out);
 }
 
@@ -56,7 +56,7 @@ long long tavDecodeInt64(const char* s) {
   return s == nullptr ? 0 : strtoll(s, nullptr, 10);
 }
 
-long long tavDecodeInt64(String s) {
+long long tavDecodeInt64(const String& s) {
   return tavDecodeInt64(s.CStr());
 }
 
@@ -66,7 +66,7 @@ int tavDecodeInt64(const char* s, long long* out) {
   return 1;
 }
 
-int tavDecodeInt64(String s, long long* out) {
+int tavDecodeInt64(const String& s, long long* out) {
   return tavDecodeInt64(s.CStr(), out);
 }
 
@@ -74,7 +74,7 @@ double tavDecodeReal(const char* s) {
   return s == nullptr ? 0 : strtod(s, nullptr);
 }
 
-double tavDecodeReal(String s) {
+double tavDecodeReal(const String& s) {
   return tavDecodeReal(s.CStr());
 }
 
@@ -90,7 +90,7 @@ tm tavDecodeTime(const char* s) {
   return time;
 }
 
-tm tavDecodeTime(String s) {
+tm tavDecodeTime(const String& s) {
   return tavDecodeTime(s.CStr());
 }
 

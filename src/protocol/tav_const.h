@@ -30,22 +30,22 @@ inline constexpr const char* BoolConst[2] = {"0", "1"};
 
 // --- values as text ---
 int tavDecodeBool(const char* s);  // 1 only for the exact text "1"
-int tavDecodeBool(String s);
+int tavDecodeBool(const String& s);
 int tavDecodeInt(const char* s);  // atoi
-int tavDecodeInt(String s);
+int tavDecodeInt(const String& s);
 // The checked forms take digits and '-' in any order and number, the empty text too (0); else 0 and *out stays.
 int tavDecodeInt(const char* s, int* out);
-int tavDecodeInt(String s, int* out);
+int tavDecodeInt(const String& s, int* out);
 long long tavDecodeInt64(const char* s);  // atoll
-long long tavDecodeInt64(String s);
+long long tavDecodeInt64(const String& s);
 int tavDecodeInt64(const char* s, long long* out);
-int tavDecodeInt64(String s, long long* out);
+int tavDecodeInt64(const String& s, long long* out);
 double tavDecodeReal(const char* s);  // atof
-double tavDecodeReal(String s);
+double tavDecodeReal(const String& s);
 // 14 digits, ddmmyyyyhhmmss.  Month and year are stored as written (1-12, four digits), not as `tm` counts them:
 // the servers' side expects exactly that.  Another length gives all zeros.
 tm tavDecodeTime(const char* s);
-tm tavDecodeTime(String s);
+tm tavDecodeTime(const String& s);
 // Line feed as "%0A", carriage return as "%0D", the rest as it stands; n = 0 means strlen.
 String tavEncodeStrings(const char* s, int n);
 String tavEncodeStrings(const String& s);
