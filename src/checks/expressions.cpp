@@ -1,7 +1,6 @@
 #include "checks/expressions.h"
 #include "core/memsearch.h"
 
-#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
@@ -164,12 +163,7 @@ int TExprParser::Expr2Polish(String& expr, int checkonly) {
   return result;
 }
 
-BoolStack::BoolStack(int values)
-    : buffer(static_cast<unsigned char*>(malloc(static_cast<size_t>(values)))), capacity(buffer ? values : 0) {}
-
-BoolStack::~BoolStack() {
-  free(buffer);
-}
+BoolStack::BoolStack(int values) : buffer(new bool[static_cast<size_t>(values)]), capacity(values) {}
 
 void BoolStack::Push(bool value) {
   if (count >= capacity) {
@@ -184,7 +178,7 @@ bool BoolStack::Pop() {
     error = 1;
     return false;
   }
-  return buffer[--count] != 0;
+  return buffer[--count];
 }
 
 void BoolStack::Not() {
@@ -211,25 +205,4 @@ void BoolStack::And() {
   }
   const bool a = Pop(), b = Pop();
   Push(a && b);
-}
-
-int SearchForExpression(const String& line, const String& expr, int casesensitive, int wholeword) {
-  TExprParser parser(PriorityTable1, sizeof(PriorityTable1));
-  String text = expr;
-  if (!parser.Expr2Polish(text, 0)) return 0;
-
-  BoolStack stack(parser.Output().Count() + 2);
-  for (int i = 0; i < parser.Output().Count(); i++) {
-    const String token = parser.Output()[i];
-    if (token == "not")
-      stack.Not();
-    else if (token == "or")
-      stack.Or();
-    else if (token == "and")
-      stack.And();
-    else
-      stack.Push(line.Search(token.Copy(2, token.Length() - 2), casesensitive, wholeword) > 0);
-    if (stack.Error()) return 0;
-  }
-  return stack.Count() == 1 && stack.Pop();
 }

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "core/strlist.h"
@@ -75,9 +76,6 @@ class TExprParser {
 class BoolStack {
  public:
   explicit BoolStack(int values);
-  BoolStack(const BoolStack&) = delete;
-  BoolStack& operator=(const BoolStack&) = delete;
-  ~BoolStack();
 
   void Push(bool value);  // dropped when full
   bool Pop();             // false when empty
@@ -88,12 +86,8 @@ class BoolStack {
   int Error() const { return error; }
 
  private:
-  unsigned char* buffer;
+  std::unique_ptr<bool[]> buffer;
   int count = 0;
   int capacity;
   int error = 0;
 };
-
-// 1 when the line satisfies the expression; 0 when it does not, or the expression is malformed.  Parses the
-// expression anew on every call: many lines take a TLineFilter (checks/linefilter.h).
-int SearchForExpression(const String& line, const String& expr, int casesensitive, int wholeword);

@@ -28,16 +28,18 @@ bool IsAndOr(const char* token) {
 }
 
 // Whether operators find their operands does not depend on the line: an expression that runs the stack empty, or
-// leaves more than one value, matches no line at all, and is told before it takes memory.
-bool IsEvaluable(const String& text) {
-  bool good = true;
-  int depth = 0;
+// leaves more than one value, matches no line at all, and is told before it takes memory for its texts.  `none` is
+// what it is worth in a line that holds none of them.
+bool IsEvaluable(const String& text, bool& none) {
+  BoolStack stack(text.Length());  // no value without a byte of the text
   const bool converted = ForEachToken(text, [&](const char* token, int) {
-    if (IsAndOr(token)) depth--;
-    good = good && (depth >= 1 || !(IsNot(token) || IsAndOr(token)));
-    if (!IsNot(token) && !IsAndOr(token)) depth++;
+    if (IsNot(token)) return stack.Not();
+    if (IsAndOr(token)) return *token == 'a' ? stack.And() : stack.Or();
+    stack.Push(false);
   });
-  return converted && good && depth == 1;
+  const bool good = converted && !stack.Error() && stack.Count() == 1;
+  none = good && stack.Pop();
+  return good;
 }
 
 }  // namespace
@@ -55,13 +57,12 @@ TLineFilter::TLineFilter(const String& text, int expression, int casesensitive, 
 }
 
 void TLineFilter::Compile(const String& text) {
-  if (!IsEvaluable(text)) return;
+  if (!IsEvaluable(text, noneDecides)) return;
   (void)ForEachToken(text, [&](const char* token, int length) { Add(token, length); });
   texts.Prepare();
   decision.Finish();
   never = false;
   together = decision.Questions() > kFewOperands;
-  noneDecides = decision.Evaluate([](uint32_t) { return false; });
 }
 
 void TLineFilter::Add(const char* token, int length) {
@@ -101,4 +102,8 @@ int TLineFilter::Search(const char* line, int length) {
   const int result = isExpression ? Evaluate(line, size) : Find(line, size);
   if (lowered.capacity() > kKeptLine) lowered = std::string();
   return result;
+}
+
+int SearchForExpression(const String& line, const String& expr, int casesensitive, int wholeword) {
+  return TLineFilter(expr, 1, casesensitive, wholeword).Search(line.Data(), line.Length());
 }

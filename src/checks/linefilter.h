@@ -37,3 +37,7 @@ class TLineFilter {
   bool noneDecides = false;  // what the decision is when none of them is there
   std::string lowered;       // the line or the operand at hand in lower case
 };
+
+// 1 when the line satisfies the expression; 0 when it does not, or the expression is malformed.  Parses it anew on
+// every call: many lines take a filter.
+int SearchForExpression(const String& line, const String& expr, int casesensitive, int wholeword);

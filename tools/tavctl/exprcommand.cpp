@@ -1,5 +1,5 @@
 // expr: a search expression explained and tried.
-#include "checks/expressions.h"
+#include "checks/linefilter.h"
 #include "client/text.h"
 #include "tavctl/commands.h"
 #include "tavctl/exprview.h"
