@@ -75,7 +75,29 @@ bool ReadNumber(FILE* file, const char* format, T* value) {
   return sscanf(text.CStr(), format, value) == 1;
 }
 
-// --- helper scripts through the shell ---
+// --- helper scripts ---
+
+// A script of the administrator's that measures something.
+struct THelper {
+  const char* name;  // in the replies
+  String TTAVSettings::*script;
+  const char* output;  // name of the file for its output, with the place of the thread's number
+};
+constexpr THelper kProcessCount = {"ProcCnt", &TTAVSettings::proccntscript, "tmpPtav-%ld.txt"};
+constexpr THelper kProcessList = {"ProcList", &TTAVSettings::proclistscript, "tmpPtav-%ld.txt"};
+constexpr THelper kCpuUsage = {"CPUUsage", &TTAVSettings::cpuusagescript, "tmpCtav-%ld.txt"};
+
+// True when the helper is there and `output` has its name; else the reply says what is missing.  `fault` is what
+// the request lacks, or null: it counts for less than a missing script.
+bool Prepare(const THelper& helper, const TTAVSettings& settings, const char* fault, TTempFile& output,
+             TAVReply& reply) {
+  const String& script = settings.*helper.script;
+  const auto refuse = [&reply](const String& text) { return Answer(reply, kNotExamined, text), false; };
+  if (script.Length() == 0) return refuse(String(helper.name) + " script is not speified");
+  if (!FileExists(script.CStr())) return refuse(String(helper.name) + " script doesn't exist");
+  if (fault != nullptr) return Answer(reply, kWrongParameter, fault), false;
+  return TakeThreadName(output, helper.output) || refuse("cannot get temp file");
+}
 
 // In single quotes, where the shell takes everything but the quote itself as it stands.
 String Quoted(const char* path) {
@@ -200,15 +222,11 @@ bool ReadScriptOutput(FILE* file, int wanted, String& result, String& output) {
 
 void ProcessTest_Process(const BVRequest& request, TAVReply& reply) {
   const TSettingsPtr settings = SettingsInForce();
-  String script = settings->proccntscript;
-  if (script.Length() == 0) return Answer(reply, kNotExamined, "ProcCnt script is not speified");
-  if (!FileExists(script.CStr())) return Answer(reply, kNotExamined, "ProcCnt script doesn't exist");
   const String name = request.GetParam(2, 1);
-  if (name.Length() == 0) return Answer(reply, kWrongParameter, "Name of the process is not specified");
-
+  const char* fault = name.Length() == 0 ? "Name of the process is not specified" : nullptr;
   TTempFile output;
-  if (!TakeThreadName(output, "tmpPtav-%ld.txt")) return Answer(reply, kNotExamined, "cannot get temp file");
-  const TFile results = RunHelper(script + ' ' + name, output, reply);
+  if (!Prepare(kProcessCount, *settings, fault, output, reply)) return;
+  const TFile results = RunHelper(settings->proccntscript + ' ' + name, output, reply);
   if (results == nullptr) return;
 
   int count = 0;
@@ -219,16 +237,14 @@ void ProcessTest_Process(const BVRequest& request, TAVReply& reply) {
 
 void ProcessTest_CPU(const BVRequest&, TAVReply& reply) {
   const TSettingsPtr settings = SettingsInForce();
-  String script = settings->cpuusagescript;
-  if (script.Length() == 0) return Answer(reply, kNotExamined, "CPUUsage script is not speified");
-  if (!FileExists(script.CStr())) return Answer(reply, kNotExamined, "CPUUsage script doesn't exist");
   TTempFile output;
-  if (!TakeThreadName(output, "tmpCtav-%ld.txt")) return Answer(reply, kNotExamined, "cannot get temp file");
+  if (!Prepare(kCpuUsage, *settings, nullptr, output, reply)) return;
 
   if (!SleepUnlessGone(settings->delayforscripts)) return;
   int exitcode = 0;  // of no interest
   String error;
-  if (!SystemEx2(script.CStr(), nullptr, output.path, output.path, output.path, kCpuTimeoutMs, exitcode, error)) {
+  const char* script = settings->cpuusagescript.CStr();
+  if (!SystemEx2(script, nullptr, output.path, output.path, output.path, kCpuTimeoutMs, exitcode, error)) {
     return Answer(reply, kNotExamined, "Cannot execute script");
   }
   const TFile results = OpenResults(output.path);
@@ -256,12 +272,9 @@ void ProcessTest_External(const BVRequest& request, TAVReply& reply) {
 
 void ProcessInfo_ProcessesList(const BVRequest&, TAVReply& reply) {
   const TSettingsPtr settings = SettingsInForce();
-  String script = settings->proclistscript;
-  if (script.Length() == 0) return Answer(reply, kNotExamined, "ProcList script is not speified");
-  if (!FileExists(script.CStr())) return Answer(reply, kNotExamined, "ProcList script doesn't exist");
   TTempFile output;
-  if (!TakeThreadName(output, "tmpPtav-%ld.txt")) return Answer(reply, kNotExamined, "cannot get temp file");
-  const TFile results = RunHelper(script, output, reply);
+  if (!Prepare(kProcessList, *settings, nullptr, output, reply)) return;
+  const TFile results = RunHelper(settings->proclistscript, output, reply);
   if (results == nullptr) return;
 
   String list;
