@@ -1,13 +1,16 @@
 #include "actions/extcommand.h"
 
 #include "core/process.h"
+#include "protocol/parameters.h"
+#include "protocol/readparam.h"
 #include "protocol/results.h"
-#include "protocol/tav_const.h"
 
 void ProcessAct_ExternalCmd(const BVRequest& request, TAVReply& reply) {
-  String cmdline = request.GetParam(1, 1), dir = request.GetParam(2, 1), error;
+  namespace at = params::external_cmd;
+  const String cmdline = ReadText(request, at::kCommandLine), dir = ReadText(request, at::kFolder);
+  String error;
   int unused = 0, timeoutMs = 0, exitcode = 0;
-  if (!tavDecodeInt(request.GetParam(3, 1), &unused) || !tavDecodeInt(request.GetParam(4, 1), &timeoutMs)) {
+  if (!ReadNumber(request, at::kUnused, unused) || !ReadNumber(request, at::kTimeoutMs, timeoutMs)) {
     return Answer(reply, kWrongParameter, "Wrong parameter");
   }
   if (cmdline.Length() == 0) return Answer(reply, kWrongParameter, "Command line to execute is not specified");

@@ -3,8 +3,9 @@
 #include "core/requester.h"
 #include "net/syncsocket.h"
 #include "net/syslogsender.h"
+#include "protocol/parameters.h"
+#include "protocol/readparam.h"
 #include "protocol/results.h"
-#include "protocol/tav_const.h"
 
 namespace {
 
@@ -27,24 +28,23 @@ struct TSyslogOrder {
   String message;
 };
 
-bool ReadInt(const BVRequest& request, int n, int& value) {
-  return tavDecodeInt(request.GetParam(n, 1), &value) != 0;
-}
-
 bool ReadSendOrder(const BVRequest& request, TSendOrder& order) {
-  order.host = request.GetParam(1, 1);
-  if (request.GetParam(3, 1) == "0") order.kind = TSyncSocket::kTCP;
-  order.first = tavDecodeStrings(request.GetParam(4, 1));
-  order.second = tavDecodeStrings(request.GetParam(6, 1));
-  return order.host.Length() > 0 && order.first.Length() > 0 && ReadInt(request, 2, order.port) &&
-         ReadInt(request, 5, order.delaySeconds);
+  namespace at = params::send;
+  order.host = ReadText(request, at::kHost);
+  if (ReadText(request, at::kKind) == "0") order.kind = TSyncSocket::kTCP;
+  order.first = ReadLines(request, at::kFirst);
+  order.second = ReadLines(request, at::kSecond);
+  return order.host.Length() > 0 && order.first.Length() > 0 && ReadNumber(request, at::kPort, order.port) &&
+         ReadNumber(request, at::kDelayS, order.delaySeconds);
 }
 
 bool ReadSyslogOrder(const BVRequest& request, TSyslogOrder& order) {
-  order.server = request.GetParam(1, 1);
-  order.message = tavDecodeStrings(request.GetParam(5, 1));
-  return order.server.Length() > 0 && ReadInt(request, 2, order.port) && ReadInt(request, 3, order.facility) &&
-         ReadInt(request, 4, order.severity) && order.severity >= 0 && order.severity <= 7;
+  namespace at = params::syslog;
+  order.server = ReadText(request, at::kServer);
+  order.message = ReadLines(request, at::kMessage);
+  return order.server.Length() > 0 && ReadNumber(request, at::kPort, order.port) &&
+         ReadNumber(request, at::kFacility, order.facility) && ReadNumber(request, at::kSeverity, order.severity) &&
+         order.severity >= 0 && order.severity <= 7;
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include "config/commands.h"
 #include "config/remote_settings.h"
 #include "config/settings.h"
+#include "protocol/parameters.h"
 #include "protocol/results.h"
 #include "protocol/tav_const.h"
 
@@ -51,7 +52,7 @@ void UpgradeCode(TCall& call) {
     call.reply.SetResult(kUpgradeBusy);
     return;
   }
-  if (!call.upgrade.Announce(tavDecodeInt64(call.parameters.GetParam(1, 1)))) {
+  if (!call.upgrade.Announce(tavDecodeInt64(call.parameters.GetParam(params::upgrade::kSize, 1)))) {
     // The record stays started: the servers send the file all the same and wait for the second reply.
     return Answer(call.reply, kWrongParameter, "Wrong file parameter(s)");
   }

@@ -6,8 +6,9 @@
 #include "core/filemacros.h"
 #include "core/filesearch.h"
 #include "core/treewalk.h"
+#include "protocol/parameters.h"
+#include "protocol/readparam.h"
 #include "protocol/results.h"
-#include "protocol/tav_const.h"
 
 namespace {
 
@@ -84,15 +85,16 @@ int CountFiles(const String& folder, const String& mask, int subfolders, TCountF
 }
 
 void ProcessTest_CountFiles(const BVRequest& request, TAVReply& reply) {
-  const int mode = tavDecodeInt(request.GetParam(4, 1));
+  namespace at = params::count_files;
+  const int mode = ReadLeadingNumber(request, at::kMode);
   int limit = 0;
-  if (mode < AllFiles || mode > SubFolders || !tavDecodeInt(request.GetParam(5, 1), &limit))
+  if (mode < AllFiles || mode > SubFolders || !ReadNumber(request, at::kLimit, limit))
     return Answer(reply, kWrongParameter, "Wrong parameter");
 
-  String folder = request.GetParam(1, 1);
+  String folder = ReadText(request, at::kFolder);
   int count = -1;
-  if (!tavDecodeBool(request.GetParam(11, 1)) || ResolveFileMacros(folder))
-    count = CountFiles(folder, request.GetParam(2, 1), tavDecodeBool(request.GetParam(3, 1)),
+  if (!ReadFlag(request, at::kMacros) || ResolveFileMacros(folder))
+    count = CountFiles(folder, ReadText(request, at::kMask), ReadFlag(request, at::kSubfolders),
                        static_cast<TCountFilesMode>(mode), limit);
   if (count < 0) return Answer(reply, kNotExamined, "Folder doesn`t exist or access denied");
   reply.SetResult(kDone);

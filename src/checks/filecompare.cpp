@@ -9,10 +9,15 @@
 #include "core/filemacros.h"
 #include "core/inputfile.h"
 #include "core/paths.h"
+#include "protocol/parameters.h"
+#include "protocol/readparam.h"
 #include "protocol/results.h"
-#include "protocol/tav_const.h"
 
 namespace {
+
+namespace two_files = params::file_compare::two_files;
+namespace file_in_file = params::file_compare::file_in_file;
+namespace text_in_file = params::file_compare::text_in_file;
 
 constexpr size_t kBlock = 256 * 1024;  // bytes a read, of each file
 
@@ -22,7 +27,7 @@ using TCompare = void (*)(const BVRequest& request, struct TNamedFile& first, in
 
 // A file as it is when the test begins: it is examined once, and everything that is compared was true together.
 struct TNamedFile {
-  TNamedFile(const BVRequest& request, int param, int macro) : name(request.GetParam(param, 1)) {
+  TNamedFile(const BVRequest& request, int line, int macro) : name(ReadText(request, line)) {
     resolved = !macro || ResolveFileMacros(name);
   }
   bool Exists() { return resolved && ExamineFile(name.CStr(), status) && S_ISREG(status.st_mode); }
@@ -39,12 +44,12 @@ void AnswerOutcome(TAVReply& reply, long long outcome) {
 }
 
 void CompareTwoFiles(const BVRequest& request, TNamedFile& first, int secondMacro, TAVReply& reply) {
-  TNamedFile second(request, 3, secondMacro);
+  TNamedFile second(request, two_files::kSecond, secondMacro);
   if (!second.Exists()) return;
 
-  const int times = tavDecodeBool(request.GetParam(4, 1));
-  const int sizes = tavDecodeBool(request.GetParam(5, 1));
-  const int contents = tavDecodeBool(request.GetParam(6, 1));
+  const int times = ReadFlag(request, two_files::kTimes);
+  const int sizes = ReadFlag(request, two_files::kSizes);
+  const int contents = ReadFlag(request, two_files::kContents);
   int equal = 1;
   if (times && first.status.st_mtime != second.status.st_mtime)
     equal = 0;
@@ -55,7 +60,7 @@ void CompareTwoFiles(const BVRequest& request, TNamedFile& first, int secondMacr
 }
 
 void FindSecondFile(const BVRequest& request, TNamedFile& first, int, TAVReply& reply) {
-  TNamedFile second(request, 3, 0);
+  TNamedFile second(request, file_in_file::kSecond, 0);
   if (!second.Exists()) return;
   if (second.status.st_size > kMaxPatternFile)
     return Answer(reply, kNotExamined, "The size of the second file cannot exceed 8Mb");
@@ -63,9 +68,9 @@ void FindSecondFile(const BVRequest& request, TNamedFile& first, int, TAVReply& 
 }
 
 void FindString(const BVRequest& request, TNamedFile& first, int, TAVReply& reply) {
-  String text = request.GetParam(3, 1);
-  const int caseSensitive = tavDecodeBool(request.GetParam(4, 1));
-  const int wholeWord = tavDecodeBool(request.GetParam(5, 1));
+  String text = ReadText(request, text_in_file::kText);
+  const int caseSensitive = ReadFlag(request, text_in_file::kCaseSensitive);
+  const int wholeWord = ReadFlag(request, text_in_file::kWholeWord);
   AnswerOutcome(reply, FindStrInFile(first.name.CStr(), text, caseSensitive, wholeWord));
 }
 
@@ -76,13 +81,13 @@ void RefuseMode(const BVRequest&, TNamedFile&, int, TAVReply& reply) {
 constexpr struct TCompareMode {
   const char* mode;
   TCompare compare;
-  int firstMacro;   // parameters that switch the macros of the two files on
+  int firstMacro;   // lines that switch the macros of the two files on
   int secondMacro;  // 0: there is none, or it has no effect
 } kCompareModes[] = {
-    {"1", CompareTwoFiles, 12, 13},
-    {"2", FindSecondFile, 9, 0},
-    {"3", FindString, 11, 0},
-    {"4", RefuseMode, 12, 0},
+    {"1", CompareTwoFiles, two_files::kFirstMacros, two_files::kSecondMacros},
+    {"2", FindSecondFile, file_in_file::kMacros, 0},
+    {"3", FindString, text_in_file::kMacros, 0},
+    {"4", RefuseMode, two_files::kFirstMacros, 0},
 };
 constexpr TCompareMode kUnknownMode = {"", RefuseMode, 0, 0};
 
@@ -111,10 +116,10 @@ int CompareFiles(const char* path1, const char* path2) {
 
 void ProcessTest_FileCompare(const BVRequest& request, TAVReply& reply) {
   Answer(reply, kNotExamined, "File doesn`t exist");
-  const TCompareMode& mode = ModeNamed(request.GetParam(1, 1));
-  const auto switchAt = [&](int param) { return param > 0 && tavDecodeBool(request.GetParam(param, 1)); };
+  const TCompareMode& mode = ModeNamed(ReadText(request, params::file_compare::kMode));
+  const auto switchAt = [&](int line) { return line > 0 && ReadFlag(request, line); };
 
-  TNamedFile first(request, 2, switchAt(mode.firstMacro));
+  TNamedFile first(request, params::file_compare::kFirst, switchAt(mode.firstMacro));
   if (!first.Exists()) return;
   mode.compare(request, first, switchAt(mode.secondMacro), reply);
 }

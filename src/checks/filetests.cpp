@@ -17,8 +17,9 @@
 #include "core/treewalk.h"
 #include "core/trouble.h"
 #include "protocol/ciplib.h"
+#include "protocol/parameters.h"
+#include "protocol/readparam.h"
 #include "protocol/results.h"
-#include "protocol/tav_const.h"
 
 namespace {
 
@@ -207,7 +208,7 @@ bool GetFileCRC(const char* path, unsigned int* crc, String& error) {
 
 void ProcessTest_UNC(const BVRequest& request, TAVReply& reply) {
   // The path may come in a form written for a network share.
-  String path = request.GetParam(1, 1);
+  String path = ReadText(request, params::path::kPath);
   if (path.Length() > 0 && path[path.Length()] == '\\') path.Delete(path.Length(), 1);
   if (path.Length() == 0) return Answer(reply, kWrongParameter, "Path not specified");
 
@@ -226,9 +227,10 @@ void ProcessTest_UNC(const BVRequest& request, TAVReply& reply) {
 }
 
 void ProcessTest_FolderSize(const BVRequest& request, TAVReply& reply) {
-  String folder = request.GetParam(1, 1);
-  const bool resolved = !tavDecodeBool(request.GetParam(8, 1)) || ResolveFileMacros(folder);
-  const long long size = resolved ? GetFolderSize(folder, tavDecodeBool(request.GetParam(2, 1))) : -1;
+  namespace at = params::folder_size;
+  String folder = ReadText(request, at::kFolder);
+  const bool resolved = !ReadFlag(request, at::kMacros) || ResolveFileMacros(folder);
+  const long long size = resolved ? GetFolderSize(folder, ReadFlag(request, at::kRecursive)) : -1;
   if (size < 0) return Answer(reply, kNotExamined, "Folder/File doesn`t exist or access denied");
 
   reply.SetResult(kDone);
@@ -236,8 +238,9 @@ void ProcessTest_FolderSize(const BVRequest& request, TAVReply& reply) {
 }
 
 void ProcessTest_FileExists(const BVRequest& request, TAVReply& reply) {
-  String name = request.GetParam(1, 1);
-  const bool resolved = !tavDecodeBool(request.GetParam(7, 1)) || ResolveFileMacros(name);
+  namespace at = params::file_exists;
+  String name = ReadText(request, at::kFile);
+  const bool resolved = !ReadFlag(request, at::kMacros) || ResolveFileMacros(name);
   long long size = 0;
   long ctime = 0, mtime = 0;
   if (!resolved || !FindFileInfo(name, size, ctime, mtime))
@@ -253,9 +256,10 @@ void ProcessTest_FileExists(const BVRequest& request, TAVReply& reply) {
 }
 
 void ProcessTest_FileCRC(const BVRequest& request, TAVReply& reply) {
-  String file = request.GetParam(1, 1), error;
+  const String path = ReadText(request, params::path::kPath);
+  String error;
   unsigned int crc = 0;
-  if (!GetFileCRC(file.CStr(), &crc, error)) return Answer(reply, kNotExamined, error);
+  if (!GetFileCRC(path.CStr(), &crc, error)) return Answer(reply, kNotExamined, error);
 
   reply.SetResult(kDone);
   reply.AddIntParam(static_cast<long long>(crc));

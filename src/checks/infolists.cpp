@@ -5,8 +5,9 @@
 #include "checks/filetests.h"
 #include "core/paths.h"
 #include "core/trouble.h"
+#include "protocol/parameters.h"
+#include "protocol/readparam.h"
 #include "protocol/results.h"
-#include "protocol/tav_const.h"
 
 namespace {
 
@@ -34,16 +35,17 @@ String FolderToList(String folder) {
 }
 
 TListing::TListing(const BVRequest& request) {
-  const auto wanted = [&request](int i) { return tavDecodeBool(request.GetParam(i, 1)); };
-  folder = FolderToList(request.GetParam(1, 1));
-  mask = request.GetParam(2, 1);
+  namespace at = params::files_list;
+  const auto wanted = [&request](int line) { return ReadFlag(request, line); };
+  folder = FolderToList(ReadText(request, at::kFolder));
+  mask = ReadText(request, at::kMask);
   if (mask.Length() == 0) mask = "*";
-  folders = wanted(3);
-  files = wanted(4);
-  attr = AttrAnyFile & ~(wanted(5) ? 0 : AttrHidden) & ~(wanted(6) ? 0 : AttrSystem);
-  sizes = wanted(7);
-  ctimes = wanted(8);
-  mtimes = wanted(9);
+  folders = wanted(at::kFolders);
+  files = wanted(at::kFiles);
+  attr = AttrAnyFile & ~(wanted(at::kHidden) ? 0 : AttrHidden) & ~(wanted(at::kSystem) ? 0 : AttrSystem);
+  sizes = wanted(at::kSizes);
+  ctimes = wanted(at::kStatusTimes);
+  mtimes = wanted(at::kChangeTimes);
 }
 
 // Adds either the directories or everything else that the search finds, and to `count` how many.  False in trouble

@@ -5,8 +5,9 @@
 #include "core/clock.h"
 #include "core/requester.h"
 #include "net/sockets.h"
+#include "protocol/parameters.h"
+#include "protocol/readparam.h"
 #include "protocol/results.h"
-#include "protocol/tav_const.h"
 
 namespace {
 
@@ -29,32 +30,32 @@ struct TOutcome {
   String error;
 };
 
-bool ReadInt(const BVRequest& request, int n, int& value) {
-  return tavDecodeInt(request.GetParam(n, 1), &value) != 0;
-}
-
-bool ReadSize(const BVRequest& request, int n, int& size) {
-  if (!ReadInt(request, n, size)) return false;
+bool ReadSize(const BVRequest& request, int line, int& size) {
+  if (!ReadNumber(request, line, size)) return false;
   size = std::min(size, kLargestAnswer);
   return true;
 }
 
 bool ReadTCPProbe(const BVRequest& request, TProbe& probe) {
-  probe.host = request.GetParam(1, 1);
-  if (!ReadInt(request, 2, probe.port) || !ReadInt(request, 3, probe.timeout)) return false;
+  namespace at = params::tcp;
+  probe.host = ReadText(request, at::kHost);
+  if (!ReadNumber(request, at::kPort, probe.port) || !ReadNumber(request, at::kTimeoutMs, probe.timeout))
+    return false;
   if (probe.timeout == 0) probe.timeout = kDefaultTimeoutMs;
-  probe.data = tavDecodeStrings(request.GetParam(4, 1));
-  return ReadSize(request, 5, probe.receiveSize);
+  probe.data = ReadLines(request, at::kData);
+  return ReadSize(request, at::kReceiveSize, probe.receiveSize);
 }
 
 bool ReadUDPProbe(const BVRequest& request, TProbe& probe) {
-  probe.host = request.GetParam(1, 1);
-  if (!ReadInt(request, 2, probe.port) || !ReadInt(request, 3, probe.timeout)) return false;
+  namespace at = params::udp;
+  probe.host = ReadText(request, at::kHost);
+  if (!ReadNumber(request, at::kPort, probe.port) || !ReadNumber(request, at::kTimeoutMs, probe.timeout))
+    return false;
   probe.timeout /= 1000;
   if (probe.timeout == 0) probe.timeout = 1;
-  if (!ReadInt(request, 4, probe.attempts) || probe.attempts == 0) return false;
-  probe.data = tavDecodeStrings(request.GetParam(5, 1));
-  return probe.data.Length() > 0 && ReadSize(request, 6, probe.receiveSize);
+  if (!ReadNumber(request, at::kAttempts, probe.attempts) || probe.attempts == 0) return false;
+  probe.data = ReadLines(request, at::kData);
+  return probe.data.Length() > 0 && ReadSize(request, at::kReceiveSize, probe.receiveSize);
 }
 
 using TExchange = int (*)(const char* host, int port, int timeout, const char* sendBuffer, char* receiveBuffer,

@@ -23,8 +23,9 @@
 #include "core/tempfile.h"
 #include "core/tempregister.h"
 #include "core/writeall.h"
+#include "protocol/parameters.h"
+#include "protocol/readparam.h"
 #include "protocol/results.h"
-#include "protocol/tav_const.h"
 
 namespace {
 
@@ -222,7 +223,7 @@ bool ReadScriptOutput(FILE* file, int wanted, String& result, String& output) {
 
 void ProcessTest_Process(const BVRequest& request, TAVReply& reply) {
   const TSettingsPtr settings = SettingsInForce();
-  const String name = request.GetParam(2, 1);
+  const String name = ReadText(request, params::process::kName);
   const char* fault = name.Length() == 0 ? "Name of the process is not specified" : nullptr;
   TTempFile output;
   if (!Prepare(kProcessCount, *settings, fault, output, reply)) return;
@@ -257,9 +258,11 @@ void ProcessTest_CPU(const BVRequest&, TAVReply& reply) {
 }
 
 void ProcessTest_External(const BVRequest& request, TAVReply& reply) {
-  String cmdline = request.GetParam(1, 1), error;
+  namespace at = params::external;
+  const String cmdline = ReadText(request, at::kCommandLine);
+  String error;
   int timeoutMs = 0, exitcode = 0;
-  if (!tavDecodeInt(request.GetParam(4, 1), &timeoutMs)) return Answer(reply, kWrongParameter, "Wrong parameter");
+  if (!ReadNumber(request, at::kTimeoutMs, timeoutMs)) return Answer(reply, kWrongParameter, "Wrong parameter");
   if (cmdline.Length() == 0) {
     reply.SetResult(kWrongParameter);  // without a text, unlike the action of the same kind
     return;
@@ -292,20 +295,22 @@ void ProcessInfo_ProcessesList(const BVRequest&, TAVReply& reply) {
 }
 
 void ProcessTest_ShellScript(const BVRequest& request, TAVReply& reply) {
+  namespace at = params::shell_script;
   const TSettingsPtr settings = SettingsInForce();
   TTempFile script, output;
   if (!TakeUniqueName(script)) return Answer(reply, kNotExamined, "Cannot get temp file");
-  const String text = tavDecodeStrings(request.GetParam(2, 1)).ReplaceAll("\r\n", "\n", 1);
+  const String text = ReadLines(request, at::kScript).ReplaceAll("\r\n", "\n", 1);
   const char* refusal = MakeScript(script.path, text);
   if (refusal != nullptr) return Answer(reply, kNotExamined, refusal);
   (void)TakeUniqueName(output);  // without a name there are no results, which is said below
 
-  String params = tavDecodeStrings(request.GetParam(3, 1)), error;
-  String cmdline = ExpandCommandLine(request.GetParam(1, 1), script.path, params.CStr());
+  const String arguments = ReadLines(request, at::kArguments);
+  const String cmdline = ExpandCommandLine(ReadText(request, at::kCommandLine), script.path, arguments.CStr());
   if (!SleepUnlessGone(settings->delayforscripts)) return;
   WaitUntilNobodyWrites(script.path);
 
-  const int timeoutMs = SecondsToMs(tavDecodeInt(request.GetParam(4, 1)));
+  const int timeoutMs = SecondsToMs(ReadLeadingNumber(request, at::kTimeoutS));
+  String error;
   int exitcode = 0;  // of no interest
   if (!SystemEx2(cmdline.CStr(), nullptr, output.path, output.path, output.path, timeoutMs, exitcode, error)) {
     return Answer(reply, kNotExamined, String("Script execution error: ") + error);
@@ -314,7 +319,7 @@ void ProcessTest_ShellScript(const BVRequest& request, TAVReply& reply) {
   if (results == nullptr) return Answer(reply, kNotExamined, "Cannot get script results");
 
   String result, lines;
-  if (!ReadScriptOutput(results.get(), tavDecodeInt(request.GetParam(5, 1)), result, lines)) {
+  if (!ReadScriptOutput(results.get(), ReadLeadingNumber(request, at::kLines), result, lines)) {
     return Answer(reply, kNotExamined, "Cannot get script results");
   }
   reply.SetResult(kDone);

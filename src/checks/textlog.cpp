@@ -14,8 +14,9 @@
 #include "core/inputfile.h"
 #include "core/paths.h"
 #include "core/trouble.h"
+#include "protocol/parameters.h"
+#include "protocol/readparam.h"
 #include "protocol/results.h"
-#include "protocol/tav_const.h"
 
 namespace {
 
@@ -211,10 +212,11 @@ void AddState(TAVReply& reply, int more, const TLogState& state, const String& f
 }  // namespace
 
 void DecodeFilter(const BVRequest& request, TTextLogFilter& filter, int first) {
-  filter.expression = tavDecodeStrings(request.GetParam(first, 1));
-  filter.isExpression = tavDecodeBool(request.GetParam(first + 1, 1));
-  filter.caseSensitive = tavDecodeBool(request.GetParam(first + 2, 1));
-  filter.wholeWord = tavDecodeBool(request.GetParam(first + 3, 1));
+  namespace at = params::text_log;
+  filter.expression = ReadLines(request, first + at::kExpression);
+  filter.isExpression = ReadFlag(request, first + at::kIsExpression);
+  filter.caseSensitive = ReadFlag(request, first + at::kCaseSensitive);
+  filter.wholeWord = ReadFlag(request, first + at::kWholeWord);
 }
 
 long long CheckFileForExpression2(const char* path, long long& position, long long& knownsize, long long& knownage,
@@ -262,20 +264,20 @@ long long CheckFileForExpression2(const char* path, long long& position, long lo
 }
 
 void ProcessTest_TextLog2(const BVRequest& request, TAVReply& reply) {
+  namespace at = params::text_log;
   TLogState state;
-  if (!tavDecodeInt64(request.GetParam(2, 1), &state.position) ||
-      !tavDecodeInt64(request.GetParam(3, 1), &state.knownSize) ||
-      !tavDecodeInt64(request.GetParam(4, 1), &state.knownAge))
+  if (!ReadNumber(request, at::kPosition, state.position) ||
+      !ReadNumber(request, at::kKnownSize, state.knownSize) || !ReadNumber(request, at::kKnownAge, state.knownAge))
     return Answer(reply, kWrongParameter, "Wrong parameter");
 
-  const int scanAll = tavDecodeBool(request.GetParam(5, 1));
-  const int useSecond = tavDecodeBool(request.GetParam(10, 1));
+  const int scanAll = ReadFlag(request, at::kScanAll);
+  const int useSecond = ReadFlag(request, at::kUseSecond);
   TTextLogFilter filter1, filter2;
-  DecodeFilter(request, filter1, 6);
-  if (useSecond) DecodeFilter(request, filter2, 11);
-  const int macros = tavDecodeBool(request.GetParam(4 * (4 + useSecond), 1));
+  DecodeFilter(request, filter1, at::kFirstFilter);
+  if (useSecond) DecodeFilter(request, filter2, at::kSecondFilter);
+  const int macros = ReadFlag(request, useSecond ? at::kMacrosBehindSecond : at::kMacros);
 
-  const String name = request.GetParam(1, 1);
+  const String name = ReadText(request, at::kFile);
   String file = macros ? GetFileUsingSpecialMacros(name) : GetFirstMatchedFile(name);
   if (file.Length() == 0) return Answer(reply, kNotExamined, "File does not exist");
 

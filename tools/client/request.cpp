@@ -17,9 +17,10 @@ void TParams::Refuse(const std::string& text, const std::string& hint) {
   if (fault.kind == TKind::kOk) Fail(fault, TKind::kUsage, text, hint);
 }
 
-void TParams::Set(size_t position, const std::string& line) {
-  if (lines.size() < position) lines.resize(position);
-  lines[position - 1] = line;
+void TParams::Set(int position, const std::string& line) {
+  const auto count = static_cast<size_t>(position);
+  if (lines.size() < count) lines.resize(count);
+  lines[count - 1] = line;
 }
 
 void TParams::CheckEnds(const std::string& value) {
@@ -30,7 +31,7 @@ void TParams::CheckEnds(const std::string& value) {
          "(?) can stand there in most commands");
 }
 
-void TParams::Text(size_t position, const std::string& value) {
+void TParams::Text(int position, const std::string& value) {
   if (value.find_first_of("\r\n") != std::string::npos)
     Refuse("'" + Visible(value) + "' holds a line break, which would end the parameter",
            "leave the line break out");
@@ -38,7 +39,7 @@ void TParams::Text(size_t position, const std::string& value) {
   Set(position, value);
 }
 
-void TParams::Encoded(size_t position, const std::string& value) {
+void TParams::Encoded(int position, const std::string& value) {
   if (value.empty()) return Set(position, "");
   const String encoded = tavEncodeStrings(value.data(), static_cast<int>(value.size()));
   const std::string line = Bytes(encoded);

@@ -12,11 +12,11 @@
 
 class TParams {
  public:
-  // Each puts a value at the 1-based position; the first fault is kept and reported by Finish.
-  void Text(size_t position, const std::string& value);     // as it stands; must be one line
-  void Encoded(size_t position, const std::string& value);  // line breaks as "%0A" and "%0D"
-  void Flag(size_t position, bool value) { Set(position, value ? "1" : "0"); }
-  void Number(size_t position, long long value) { Set(position, std::to_string(value)); }
+  // Each puts a value at its position (protocol/parameters.h); the first fault is kept and reported by Finish.
+  void Text(int position, const std::string& value);     // as it stands; must be one line
+  void Encoded(int position, const std::string& value);  // line breaks as "%0A" and "%0D"
+  void Flag(int position, bool value) { Set(position, value ? "1" : "0"); }
+  void Number(int position, long long value) { Set(position, std::to_string(value)); }
   void Raw(const std::string& line);  // behind what is there, unchecked but for line breaks
 
   // The builder's own refusal of what it was given.
@@ -26,7 +26,7 @@ class TParams {
   std::string RequestText(const std::string& wire) const;
 
  private:
-  void Set(size_t position, const std::string& line);
+  void Set(int position, const std::string& line);
   void CheckEnds(const std::string& value);
 
   std::vector<std::string> lines;

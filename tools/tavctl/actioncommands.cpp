@@ -1,5 +1,6 @@
 // act: what the agent does for us.
 #include "client/text.h"
+#include "protocol/parameters.h"
 #include "tavctl/commands.h"
 
 namespace {
@@ -9,13 +10,14 @@ constexpr long long kWaitMs = 30000;
 constexpr int kUnusedNumber = 0;
 
 void BuildActRun(const TArgs& args, TParams& params) {
+  namespace at = params::external_cmd;
   std::string command;
   TFailure failure;
   if (!JoinCommand(args.List("CMD"), command, failure)) return params.Refuse(failure.text, failure.hint);
-  params.Text(1, command);
-  params.Text(2, args.Text("--dir"));
-  params.Number(3, kUnusedNumber);
-  params.Number(4, args.Has("--no-wait") ? -1 : args.Milliseconds("--wait", kWaitMs));
+  params.Text(at::kCommandLine, command);
+  params.Text(at::kFolder, args.Text("--dir"));
+  params.Number(at::kUnused, kUnusedNumber);
+  params.Number(at::kTimeoutMs, args.Has("--no-wait") ? -1 : args.Milliseconds("--wait", kWaitMs));
 }
 
 void DecodeExit(TReader& reply, TResult& result) {
@@ -28,12 +30,13 @@ long long ActRunWorkMs(const TArgs& args) {
 }
 
 void BuildSend(const TArgs& args, TParams& params) {
-  params.Text(1, args.Text("HOST"));
-  params.Text(2, args.Text("PORT"));
-  params.Text(3, args.Has("--udp") ? "1" : "0");
-  params.Encoded(4, args.Text("DATA"));
-  params.Number(5, args.Milliseconds("--delay", 0) / 1000);
-  params.Encoded(6, args.Text("--then"));
+  namespace at = params::send;
+  params.Text(at::kHost, args.Text("HOST"));
+  params.Text(at::kPort, args.Text("PORT"));
+  params.Text(at::kKind, args.Has("--udp") ? "1" : "0");
+  params.Encoded(at::kFirst, args.Text("DATA"));
+  params.Number(at::kDelayS, args.Milliseconds("--delay", 0) / 1000);
+  params.Encoded(at::kSecond, args.Text("--then"));
 }
 
 // A connection that nobody refuses takes the system's own time, about two minutes.
@@ -61,17 +64,18 @@ int IndexOf(const std::string& word, const char* const (&names)[N]) {
 }
 
 void BuildSyslog(const TArgs& args, TParams& params) {
+  namespace at = params::syslog;
   const int facility = IndexOf(Lower(args.Text("--facility", "user")), kFacilities);
   const int severity = IndexOf(Lower(args.Text("--severity", "info")), kSeverities);
   if (facility < 0)
     params.Refuse("unknown facility", "kern, user, mail, daemon, ..., local0 to local7, or 0 to 23");
   if (severity < 0)
     params.Refuse("unknown severity", "emerg, alert, crit, err, warning, notice, info, debug, or 0 to 7");
-  params.Text(1, args.Text("SERVER"));
-  params.Text(2, args.Text("--to-port", "514"));
-  params.Number(3, facility);
-  params.Number(4, severity);
-  params.Encoded(5, args.Text("MESSAGE"));
+  params.Text(at::kServer, args.Text("SERVER"));
+  params.Text(at::kPort, args.Text("--to-port", "514"));
+  params.Number(at::kFacility, facility);
+  params.Number(at::kSeverity, severity);
+  params.Encoded(at::kMessage, args.Text("MESSAGE"));
 }
 
 }  // namespace

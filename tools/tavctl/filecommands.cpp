@@ -2,6 +2,7 @@
 #include <time.h>
 
 #include "client/text.h"
+#include "protocol/parameters.h"
 #include "tavctl/commands.h"
 
 namespace {
@@ -13,7 +14,7 @@ const TArgRow kMacros = {"--macros", TArgKind::kFlag,
 const TArgRow kRecurse = {"-r,--recurse", TArgKind::kFlag, "go into subfolders"};
 
 void BuildPath(const TArgs& args, TParams& params) {
-  params.Text(1, args.Text("PATH"));
+  params.Text(params::path::kPath, args.Text("PATH"));
 }
 
 void DecodeDisk(TReader& reply, TResult& result) {
@@ -24,8 +25,9 @@ void DecodeDisk(TReader& reply, TResult& result) {
 }
 
 void BuildFile(const TArgs& args, TParams& params) {
-  params.Text(1, args.Text("PATH"));
-  params.Flag(7, args.Has("--macros"));
+  namespace at = params::file_exists;
+  params.Text(at::kFile, args.Text("PATH"));
+  params.Flag(at::kMacros, args.Has("--macros"));
 }
 
 // Seconds since 1970 of "yyyy-mm-dd hh:mm:ss", taken for universal time.
@@ -76,9 +78,10 @@ void DecodeCrc(TReader& reply, TResult& result) {
 }
 
 void BuildSize(const TArgs& args, TParams& params) {
-  params.Text(1, args.Text("DIR"));
-  params.Flag(2, args.Has("--recurse"));
-  params.Flag(8, args.Has("--macros"));
+  namespace at = params::folder_size;
+  params.Text(at::kFolder, args.Text("DIR"));
+  params.Flag(at::kRecursive, args.Has("--recurse"));
+  params.Flag(at::kMacros, args.Has("--macros"));
 }
 
 void DecodeSize(TReader& reply, TResult& result) {
@@ -98,6 +101,7 @@ constexpr TCountMode kCountModes[] = {
 };
 
 void BuildCount(const TArgs& args, TParams& params) {
+  namespace at = params::count_files;
   int mode = 0;
   long long limit = 0;
   for (const TCountMode& row : kCountModes) {
@@ -106,12 +110,12 @@ void BuildCount(const TArgs& args, TParams& params) {
     mode = row.mode;
     limit = args.Number(row.option, 0);
   }
-  params.Text(1, args.Text("DIR"));
-  params.Text(2, args.Text("MASK", "*"));
-  params.Flag(3, args.Has("--recurse"));
-  params.Number(4, mode);
-  params.Number(5, limit);
-  params.Flag(11, args.Has("--macros"));
+  params.Text(at::kFolder, args.Text("DIR"));
+  params.Text(at::kMask, args.Text("MASK", "*"));
+  params.Flag(at::kSubfolders, args.Has("--recurse"));
+  params.Number(at::kMode, mode);
+  params.Number(at::kLimit, limit);
+  params.Flag(at::kMacros, args.Has("--macros"));
 }
 
 void DecodeCount(TReader& reply, TResult& result) {
@@ -119,15 +123,16 @@ void DecodeCount(TReader& reply, TResult& result) {
 }
 
 void BuildCompare(const TArgs& args, TParams& params) {
+  namespace at = params::file_compare;
   const bool any = args.Has("--times") || args.Has("--sizes") || args.Has("--contents");
-  params.Number(1, 1);
-  params.Text(2, args.Text("A"));
-  params.Text(3, args.Text("B"));
-  params.Flag(4, args.Has("--times"));
-  params.Flag(5, args.Has("--sizes") || !any);
-  params.Flag(6, args.Has("--contents") || !any);
-  params.Flag(12, args.Has("--macros"));
-  params.Flag(13, args.Has("--macros"));
+  params.Number(at::kMode, 1);
+  params.Text(at::kFirst, args.Text("A"));
+  params.Text(at::two_files::kSecond, args.Text("B"));
+  params.Flag(at::two_files::kTimes, args.Has("--times"));
+  params.Flag(at::two_files::kSizes, args.Has("--sizes") || !any);
+  params.Flag(at::two_files::kContents, args.Has("--contents") || !any);
+  params.Flag(at::two_files::kFirstMacros, args.Has("--macros"));
+  params.Flag(at::two_files::kSecondMacros, args.Has("--macros"));
 }
 
 void DecodeCompare(TReader& reply, TResult& result) {
@@ -135,30 +140,32 @@ void DecodeCompare(TReader& reply, TResult& result) {
 }
 
 void BuildContains(const TArgs& args, TParams& params) {
+  namespace at = params::file_compare;
   if (args.Has("--text") == args.Has("--file")) return params.Refuse("give either --text or --file", "");
-  params.Text(2, args.Text("FILE"));
+  params.Text(at::kFirst, args.Text("FILE"));
   if (args.Has("--file")) {
-    params.Number(1, 2);
-    params.Text(3, args.Text("--file"));
-    params.Flag(9, args.Has("--macros"));
+    params.Number(at::kMode, 2);
+    params.Text(at::file_in_file::kSecond, args.Text("--file"));
+    params.Flag(at::file_in_file::kMacros, args.Has("--macros"));
     return;
   }
-  params.Number(1, 3);
-  params.Text(3, args.Text("--text"));
-  params.Flag(4, !args.Has("--ignore-case"));
-  params.Flag(5, args.Has("--word"));
-  params.Flag(11, args.Has("--macros"));
+  params.Number(at::kMode, 3);
+  params.Text(at::text_in_file::kText, args.Text("--text"));
+  params.Flag(at::text_in_file::kCaseSensitive, !args.Has("--ignore-case"));
+  params.Flag(at::text_in_file::kWholeWord, args.Has("--word"));
+  params.Flag(at::text_in_file::kMacros, args.Has("--macros"));
 }
 
 // A file that can be read is equal to itself.
 bool CanRead(const TAgent& agent, const std::string& file, bool macros) {
+  namespace at = params::file_compare;
   TParams params;
-  params.Number(1, 1);
-  params.Text(2, file);
-  params.Text(3, file);
-  params.Flag(6, true);
-  params.Flag(12, macros);
-  params.Flag(13, macros);
+  params.Number(at::kMode, 1);
+  params.Text(at::kFirst, file);
+  params.Text(at::two_files::kSecond, file);
+  params.Flag(at::two_files::kContents, true);
+  params.Flag(at::two_files::kFirstMacros, macros);
+  params.Flag(at::two_files::kSecondMacros, macros);
   TReply reply;
   TFailure failure;
   return AskAgent(agent, "TEST-FileCompare", params, reply, failure, kSearchMs);

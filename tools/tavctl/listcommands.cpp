@@ -3,6 +3,7 @@
 
 #include "client/text.h"
 #include "core/filesearch.h"
+#include "protocol/parameters.h"
 #include "tavctl/commands.h"
 
 namespace {
@@ -54,16 +55,17 @@ struct TListing {
 };
 
 bool AskListing(const TAgent& agent, const TListing& listing, TReply& reply, TFailure& failure) {
+  namespace at = params::files_list;
   TParams params;
-  params.Text(1, listing.folder);
-  params.Text(2, listing.mask);
-  params.Flag(3, listing.mask.empty());  // the mask does not apply to folders
-  params.Flag(4, true);
-  params.Flag(5, listing.all);
-  params.Flag(6, true);
-  params.Flag(7, listing.detailed);
-  params.Flag(8, false);
-  params.Flag(9, listing.detailed);
+  params.Text(at::kFolder, listing.folder);
+  params.Text(at::kMask, listing.mask);
+  params.Flag(at::kFolders, listing.mask.empty());  // the mask does not apply to folders
+  params.Flag(at::kFiles, true);
+  params.Flag(at::kHidden, listing.all);
+  params.Flag(at::kSystem, true);
+  params.Flag(at::kSizes, listing.detailed);
+  params.Flag(at::kStatusTimes, false);
+  params.Flag(at::kChangeTimes, listing.detailed);
   return AskAgent(agent, "GetFilesList", params, reply, failure);
 }
 

@@ -1,5 +1,6 @@
 // The tests of processes, load and network services.
 #include "client/text.h"
+#include "protocol/parameters.h"
 #include "tavctl/commands.h"
 
 namespace {
@@ -7,7 +8,7 @@ namespace {
 constexpr long long kProbeMs = 5000;
 
 void BuildProcess(const TArgs& args, TParams& params) {
-  params.Text(2, args.Text("NAME"));
+  params.Text(params::process::kName, args.Text("NAME"));
 }
 
 void DecodeProcess(TReader& reply, TResult& result) {
@@ -26,20 +27,22 @@ long long CpuWorkMs(const TArgs&) {
 }
 
 void BuildTcp(const TArgs& args, TParams& params) {
-  params.Text(1, args.Text("HOST"));
-  params.Text(2, args.Text("PORT"));
-  params.Number(3, args.Milliseconds("--wait", kProbeMs));
-  params.Encoded(4, args.Text("--send"));
-  params.Number(5, args.Number("--receive", 0));
+  namespace at = params::tcp;
+  params.Text(at::kHost, args.Text("HOST"));
+  params.Text(at::kPort, args.Text("PORT"));
+  params.Number(at::kTimeoutMs, args.Milliseconds("--wait", kProbeMs));
+  params.Encoded(at::kData, args.Text("--send"));
+  params.Number(at::kReceiveSize, args.Number("--receive", 0));
 }
 
 void BuildUdp(const TArgs& args, TParams& params) {
-  params.Text(1, args.Text("HOST"));
-  params.Text(2, args.Text("PORT"));
-  params.Number(3, args.Milliseconds("--wait", kProbeMs));
-  params.Number(4, args.Number("--attempts", 1));
-  params.Encoded(5, args.Text("--send"));
-  params.Number(6, args.Number("--receive", 0));
+  namespace at = params::udp;
+  params.Text(at::kHost, args.Text("HOST"));
+  params.Text(at::kPort, args.Text("PORT"));
+  params.Number(at::kTimeoutMs, args.Milliseconds("--wait", kProbeMs));
+  params.Number(at::kAttempts, args.Number("--attempts", 1));
+  params.Encoded(at::kData, args.Text("--send"));
+  params.Number(at::kReceiveSize, args.Number("--receive", 0));
   if (args.Text("--send").empty()) params.Refuse("a datagram needs something in it", "give it with --send");
   if (args.Number("--attempts", 1) == 0) params.Refuse("at least one attempt is needed", "");
 }

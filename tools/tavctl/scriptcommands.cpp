@@ -3,6 +3,7 @@
 
 #include "client/inputfiles.h"
 #include "client/text.h"
+#include "protocol/parameters.h"
 #include "tavctl/commands.h"
 
 namespace {
@@ -18,11 +19,12 @@ long long WaitWorkMs(const TArgs& args) {
 }
 
 void BuildRun(const TArgs& args, TParams& params) {
+  namespace at = params::external;
   std::string command;
   TFailure failure;
   if (!JoinCommand(args.List("CMD"), command, failure)) return params.Refuse(failure.text, failure.hint);
-  params.Text(1, command);
-  params.Number(4, args.Milliseconds("--wait", kWaitMs));
+  params.Text(at::kCommandLine, command);
+  params.Number(at::kTimeoutMs, args.Milliseconds("--wait", kWaitMs));
 }
 
 void DecodeRun(TReader& reply, TResult& result) {
@@ -55,14 +57,15 @@ bool PrepareScript(const TView&, const TArgs& args, std::string& script, TFailur
 }
 
 void RunScript(TContext& context, const TArgs& args, TOutcome& outcome) {
+  namespace at = params::shell_script;
   std::string line;
   if (!ScriptLine(context.content, args.List("ARG"), line, outcome.failure)) return;
   const long long waitMs = args.Milliseconds("--wait", kWaitMs);
   TParams params;
-  params.Text(1, line);
-  params.Encoded(2, context.content);
-  params.Number(4, (waitMs + 999) / 1000);
-  params.Number(5, args.Number("--lines", kLines));
+  params.Text(at::kCommandLine, line);
+  params.Encoded(at::kScript, context.content);
+  params.Number(at::kTimeoutS, (waitMs + 999) / 1000);
+  params.Number(at::kLines, args.Number("--lines", kLines));
   TReply reply;
   if (!AskAgent(*context.agent, "TEST-ShellScript", params, reply, outcome.failure, WaitWorkMs(args))) return;
 

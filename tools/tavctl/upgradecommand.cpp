@@ -8,6 +8,7 @@
 #include "client/inputfiles.h"
 #include "client/text.h"
 #include "core/clock.h"
+#include "protocol/parameters.h"
 #include "protocol/tav_const.h"
 #include "tavctl/commands.h"
 #include "tavctl/program.h"
@@ -69,7 +70,7 @@ bool SendFile(TLink& link, const TContext& context, TFailure& failure) {
 bool Transfer(const TContext& context, long pauseMs, TFailure& failure) {
   const TAgent& agent = *context.agent;
   TParams params;
-  params.Number(1, static_cast<long long>(context.content.size()));
+  params.Number(params::upgrade::kSize, static_cast<long long>(context.content.size()));
   TPacket packet;
   TLink link(agent.deadline);
   if (!MakePacket(*agent.password, params.RequestText("UpgradeCode"), packet, failure)) return false;
