@@ -20,7 +20,7 @@ constexpr TReport ReportOf(TGate gate) {
   return gate == TGate::kTest ? TReport::kTests : gate == TGate::kAction ? TReport::kActions : TReport::kNone;
 }
 
-constexpr bool IsReported(TSwitch field, TReport report) {
+constexpr bool IsReported(TSwitchField field, TReport report) {
   for (const TSettingKey& row : kSettingKeys) {
     if (row.field.number == field) return row.report == report;
   }
@@ -29,7 +29,7 @@ constexpr bool IsReported(TSwitch field, TReport report) {
 
 constexpr bool SwitchesAreReported() {
   for (const TCommand& command : kCommands) {
-    for (const TSwitch field : command.switches) {
+    for (const TSwitchField field : command.switches) {
       if (field != nullptr && !IsReported(field, ReportOf(command.gate))) return false;
     }
   }
@@ -39,9 +39,9 @@ static_assert(SwitchesAreReported(),
               "\"GetInfo\" lists every switch: in config/settings_keys that of a test is a kTests row, that of an "
               "action a kActions row");
 
-constexpr bool Switches(TSwitch field) {
+constexpr bool Switches(TSwitchField field) {
   for (const TCommand& command : kCommands) {
-    for (const TSwitch used : command.switches) {
+    for (const TSwitchField used : command.switches) {
       if (used != nullptr && used == field) return true;
     }
   }
@@ -60,7 +60,7 @@ static_assert(ReportsAreSwitches(), "what \"GetInfo\" lists as a test or an acti
 }  // namespace
 
 bool SwitchedOn(const TCommand& command, const TTAVSettings& settings) {
-  for (const TSwitch field : command.switches) {
+  for (const TSwitchField field : command.switches) {
     if (field != nullptr && settings.*field) return true;
   }
   return command.switches[0] == nullptr;

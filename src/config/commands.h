@@ -18,14 +18,14 @@ enum class TGate {
   kUpdates,     // allowupdates, and a peer in updateaddr; else the bare code
 };
 
-using TSwitch = int TTAVSettings::*;
+using TSwitchField = int TTAVSettings::*;
 
 struct TCommand {
   static constexpr int kMostSwitches = 6;
 
   const char* name;
   TGate gate = TGate::kOpen;
-  TSwitch switches[kMostSwitches] = {};  // any one of them is enough; null behind the last
+  TSwitchField switches[kMostSwitches] = {};  // any one of them is enough; null behind the last
 };
 
 inline constexpr TCommand kCommands[] = {

@@ -5,7 +5,7 @@
 
 namespace {
 
-const char* KeyOf(TSwitch field) {
+const char* KeyOf(TSwitchField field) {
   for (const TSettingKey& row : kSettingKeys)
     if (row.field.number == field) return row.key;
   return nullptr;
@@ -14,7 +14,7 @@ const char* KeyOf(TSwitch field) {
 TWireCommand FromTable(const TCommand& command) {
   if (command.gate == TGate::kManagement) return {command.name, "allowmanage", "manageaddr"};
   if (command.gate == TGate::kUpdates) return {command.name, "allowupdates", "updateaddr"};
-  const TSwitch field = command.switches[0];
+  const TSwitchField field = command.switches[0];
   return {command.name, field == nullptr ? nullptr : KeyOf(field), nullptr};
 }
 
