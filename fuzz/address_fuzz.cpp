@@ -1,7 +1,7 @@
 // An address is allowed when an item of the list holds it, and only then.
 #include <arpa/inet.h>
 
-#include "agent/ipfilter.h"
+#include "config/ipfilter.h"
 #include "fuzz/law.h"
 
 using TRange = std::pair<uint32_t, uint32_t>;

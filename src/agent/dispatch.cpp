@@ -4,7 +4,6 @@
 
 #include "actions/extcommand.h"
 #include "actions/netactions.h"
-#include "agent/ipfilter.h"
 #include "agent/showmessage.h"
 #include "checks/countfiles.h"
 #include "checks/filecompare.h"
@@ -15,6 +14,7 @@
 #include "checks/textlog.h"
 #include "checks/unsupported.h"
 #include "config/commands.h"
+#include "config/ipfilter.h"
 #include "config/remote_settings.h"
 #include "config/settings.h"
 #include "protocol/parameters.h"

@@ -15,12 +15,12 @@
 
 #include "agent/crash.h"
 #include "agent/flags.h"
-#include "agent/ipfilter.h"
 #include "agent/replace.h"
 #include "agent/showmessage.h"
 #include "agent/signals.h"
 #include "agent/upgrade.h"
 #include "config/agent_status.h"
+#include "config/ipfilter.h"
 #include "config/settings.h"
 #include "core/process.h"
 

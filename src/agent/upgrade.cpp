@@ -21,6 +21,7 @@
 #include "core/trouble.h"
 #include "core/writeall.h"
 #include "protocol/md5.h"
+#include "protocol/programsize.h"
 #include "protocol/tav_const.h"
 
 namespace {

@@ -11,9 +11,6 @@
 
 #include "core/zostring.h"
 
-inline constexpr long long kSmallestProgram = 101;      // bytes
-inline constexpr long long kLargestProgram = 0x9FFFFF;  // bytes
-
 // One session's part in an upgrade: a transfer that is fed with bytes and says how many it wants next.  Going away
 // it gives up what is not complete: a connection that ends early leaves neither a file nor a lock behind.
 class UpgradeRec {

@@ -5,12 +5,12 @@
 #include <fstream>
 #include <sstream>
 
-#include "agent/upgrade.h"
 #include "client.h"
 #include "client/inputfiles.h"
 #include "client/reply.h"
 #include "client/request.h"
 #include "client/text.h"
+#include "protocol/programsize.h"
 #include "tavctl/args.h"
 #include "tavctl/exprview.h"
 #include "tavctl/program.h"

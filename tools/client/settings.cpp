@@ -6,8 +6,8 @@
 
 #include <algorithm>
 
-#include "agent/ipfilter.h"
 #include "client/text.h"
+#include "config/ipfilter.h"
 #include "protocol/tav_const.h"
 
 namespace {

@@ -12,11 +12,11 @@
 
 #include <algorithm>
 
-#include "agent/upgrade.h"
 #include "client/text.h"
 #include "core/clock.h"
 #include "core/closers.h"
 #include "core/writeall.h"
+#include "protocol/programsize.h"
 #include "tavctl/elf.h"
 
 namespace {

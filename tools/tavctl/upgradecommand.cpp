@@ -3,12 +3,12 @@
 
 #include <algorithm>
 
-#include "agent/upgrade.h"
 #include "client/agentinfo.h"
 #include "client/inputfiles.h"
 #include "client/text.h"
 #include "core/clock.h"
 #include "protocol/parameters.h"
+#include "protocol/programsize.h"
 #include "protocol/tav_const.h"
 #include "tavctl/commands.h"
 #include "tavctl/program.h"

@@ -1,4 +1,4 @@
-#include "agent/ipfilter.h"
+#include "config/ipfilter.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

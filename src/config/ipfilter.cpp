@@ -1,8 +1,6 @@
-#include "agent/ipfilter.h"
+#include "config/ipfilter.h"
 
 #include <arpa/inet.h>
-
-#include "net/resolver.h"
 
 namespace {
 
@@ -86,6 +84,7 @@ int IPAllowed(const char* address, const String& list, String& error) {
 }
 
 bool PassesFilter(in_addr peer, const String& activefilter) {
-  char text[24];
-  return activefilter.Pos(inet_ntoa_safe(peer, text, sizeof text)) > 0;
+  char text[INET_ADDRSTRLEN] = "";
+  inet_ntop(AF_INET, &peer, text, sizeof text);
+  return activefilter.Pos(text) > 0;
 }
