@@ -9,7 +9,7 @@
 
 #include "core/mutex.h"
 #include "core/zostring.h"
-#include "protocol/cipher.h"
+#include "protocol/passwordkeys.h"
 
 extern TMutex optmutex;
 
@@ -37,6 +37,8 @@ class TTAVSettings {
   // Derives the address filter and the paths from what was read, and names the temporary directory to the process
   // and the children that it starts from then on.
   void PutRight(String& message);
+  // Null-terminates every text, for readers that share the object (settings_keys.cpp: the table knows the texts).
+  void TerminateTexts();
 
   // From the command line.
   int interactive = 0;

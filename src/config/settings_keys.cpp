@@ -143,3 +143,10 @@ String RemoteValue(const TTAVSettings& settings, const TSettingKey& key) {
   const int number = settings.*key.field.number;
   return key.kind == TSettingKind::kFlag ? String(BoolConst[number != 0]) : NumberText(number);
 }
+
+void TTAVSettings::TerminateTexts() {
+  for (const TSettingKey& row : kSettingKeys) {
+    if (row.field.text != nullptr) (this->*row.field.text).SetZero();
+  }
+  activefilter.SetZero();
+}

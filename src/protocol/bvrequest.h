@@ -11,6 +11,7 @@
 #include "core/zostring.h"
 #include "protocol/cipher.h"
 #include "protocol/packethead.h"
+#include "protocol/passwordkeys.h"
 
 class BVRequest {
  public:

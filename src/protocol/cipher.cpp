@@ -4,7 +4,6 @@
 
 #include "protocol/bytes.h"
 #include "protocol/ciplib.h"
-#include "protocol/tav_const.h"
 
 namespace {
 
@@ -57,5 +56,3 @@ void TCipherKey::Decrypt(const char* in, char* out, int n) const {
     feedback.Push(coded);
   }
 }
-
-TPasswordKeys::TPasswordKeys(const String& password) : proof(EncodePswd(password)), cipher(password) {}

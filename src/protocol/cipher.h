@@ -27,13 +27,3 @@ class TCipherKey {
   unsigned char start[16];
 };
 using TCipherKeyPtr = std::shared_ptr<const TCipherKey>;
-
-// What a password proves and opens, prepared once when the password is set.
-struct TPasswordKeys {
-  explicit TPasswordKeys(const String& password);
-  TPasswordKeys(const TPasswordKeys&) = delete;
-  TPasswordKeys& operator=(const TPasswordKeys&) = delete;
-
-  String proof;       // EncodePswd(password)
-  TCipherKey cipher;  // opens the session key
-};

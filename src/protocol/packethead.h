@@ -12,7 +12,7 @@
 
 #include <netinet/in.h>
 
-#include "protocol/cipher.h"
+#include "protocol/passwordkeys.h"
 
 // Above this a declared packet length is taken for noise: nothing that a server sends comes near it.
 inline constexpr long long kMaxPacket = 16LL * 1024 * 1024;

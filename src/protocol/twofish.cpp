@@ -5,7 +5,6 @@
 #include <string.h>
 
 #include "protocol/bytes.h"
-#include "protocol/twofish_selftest.h"
 
 namespace {
 
@@ -177,12 +176,9 @@ void Twofish_fatal(const char* message) {
   exit(3);
 }
 
-void Twofish_initialise() {
-  if (initialised) return;
-  Twofish_check_platform();
+void Twofish_build_tables() {
   BuildTables();
   initialised = true;
-  Twofish_check_cipher();
 }
 
 void Twofish_prepare_key(const unsigned char* key, int length, Twofish_key* prepared) {

@@ -12,9 +12,11 @@ struct Twofish_key {
   uint32_t k[40];      // subkeys: 8 for the whitening, 2 a round
 };
 
-// Builds the tables, then proves the cipher by the published vectors.  Takes about half a millisecond; a second
-// call does nothing.
+// Proves the word helpers, builds the tables, then proves the cipher by the published vectors
+// (twofish_selftest.cpp).  Takes about half a millisecond; a second call does nothing.
 void Twofish_initialise();
+// The tables alone, unproved: Twofish_initialise()'s part of the work that is done here.
+void Twofish_build_tables();
 
 // `length` is 0 to 32 bytes; the key is padded with zeros to 16, 24 or 32.  The caller wipes `prepared` in the end.
 void Twofish_prepare_key(const unsigned char* key, int length, Twofish_key* prepared);

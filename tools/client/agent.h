@@ -11,6 +11,7 @@
 #include "client/target.h"
 #include "client/wire.h"
 #include "protocol/cipher.h"
+#include "protocol/passwordkeys.h"
 
 // A request made ready: the packet and the key that opens its reply.
 struct TPacket {
