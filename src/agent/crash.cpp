@@ -6,8 +6,8 @@
 
 #include <atomic>
 
-#include "agent/daemon.h"
 #include "agent/flags.h"
+#include "agent/pidfile.h"
 #include "agent/replace.h"
 #include "config/settings.h"
 

@@ -1,8 +1,5 @@
-// The process's place in the system: its streams, its own session, and the pid file that names it.
+// The process's place in the system: its streams and its own session.
 #pragma once
-
-#include "core/closers.h"
-#include "core/zostring.h"
 
 // Opens those of the descriptors 0 to 2 that are closed on /dev/null, so that nothing else of the agent's gets
 // these numbers.  First of all.
@@ -12,23 +9,3 @@ void OpenMissingStreams();
 // The parent prints "Daemon started" and ends with status 0.  Returns 0 in the child, -1 when fork failed.  The
 // working directory stays, so that relative paths keep their meaning.
 int daemon_init();
-
-// The pid file, locked for as long as it is open.  Empty when there is none.  One object a process, main thread.
-class TPidFile {
- public:
-  // Opens and locks the file and writes the process id.  Shows why when it cannot; the agent goes on without one.
-  // The file of an instance that still runs is left as it is.
-  void createpidfile(const String& wanted);
-  // Takes the lock, again if need be: the process loses it when any session closes a descriptor of that file, a
-  // checksum of it for one.  False when another process has it.
-  bool KeepLocked();
-  // Deletes it as RemovePidFile() does, and closes it.
-  void closepidfile();
-
- private:
-  TFd file;
-};
-
-// Deletes the pid file that was made, unless its path leads to another by now or another process has the lock.
-// System calls alone: safe in a signal handler.
-void RemovePidFile();

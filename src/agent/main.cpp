@@ -21,6 +21,7 @@
 #include "agent/flags.h"
 #include "agent/listener.h"
 #include "agent/mainloop.h"
+#include "agent/pidfile.h"
 #include "agent/selftest.h"
 #include "agent/showmessage.h"
 #include "agent/signals.h"

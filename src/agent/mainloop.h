@@ -2,8 +2,8 @@
 #pragma once
 
 #include "agent/configloads.h"
-#include "agent/daemon.h"
 #include "agent/listener.h"
+#include "agent/pidfile.h"
 #include "agent/reception.h"
 #include "core/closers.h"
 #include "core/zostring.h"

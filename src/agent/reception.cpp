@@ -9,6 +9,7 @@
 #include <exception>
 #include <utility>
 
+#include "agent/chunks.h"
 #include "agent/flags.h"
 #include "agent/showmessage.h"
 #include "agent/workers.h"

@@ -8,6 +8,7 @@
 #include <new>
 #include <utility>
 
+#include "agent/chunks.h"
 #include "agent/dispatch.h"
 #include "agent/flags.h"
 #include "agent/showmessage.h"
@@ -160,10 +161,4 @@ void ClientExecute(TConnection& connection) {
   TTAVFlags raised;
   raised.upgrade = upgrade.Ready();
   TAVFlags.Raise(raised);
-}
-
-int NextReadSize(long long missing, int room) {
-  if (missing <= kChunk) return kChunk;
-  const long long chunks = missing / kChunk;
-  return chunks < room / kChunk ? static_cast<int>(chunks) * kChunk : room;
 }

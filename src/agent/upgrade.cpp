@@ -8,8 +8,8 @@
 
 #include <utility>
 
+#include "agent/chunks.h"
 #include "agent/flags.h"
-#include "agent/session.h"
 #include "config/settings.h"
 #include "core/clock.h"
 #include "core/closers.h"
