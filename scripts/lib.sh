@@ -22,7 +22,7 @@ need() {
 }
 
 build_packages="g++ cmake make libcli11-dev nlohmann-json3-dev libfmt-dev"
-test_packages="libgtest-dev nettle-dev zlib1g-dev mandoc iproute2"
+test_packages="libgtest-dev libgmock-dev nettle-dev zlib1g-dev mandoc iproute2"
 
 # build PRESET [CMAKE OPTION...]
 build() {

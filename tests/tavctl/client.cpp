@@ -1,20 +1,22 @@
 #include "client.h"
 
-#include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-Client::Client(const Agent& of) : agent(of) {
-  agent.Write("pw", agent.password + "\n");
-  chmod(agent.At("@/pw").c_str(), 0600);
+#include <fstream>
+#include <sstream>
+
+void Tavctl::WriteSecret(const std::string& file, const std::string& content) const {
+  agent.Write(file, content);
+  chmod(agent.At("@/" + file).c_str(), 0600);
 }
 
-Ran Client::Run(const std::string& line, const std::string& before) const {
+Ran Tavctl::Run(const std::string& line, const std::string& before) const {
   return RunBare("-p " + std::to_string(agent.port) + " --password-file @/pw " + line, before);
 }
 
-Ran Client::RunBare(const std::string& line, const std::string& before) const {
+Ran Tavctl::RunBare(const std::string& line, const std::string& before) const {
   const std::string place = "cd @ && env -u TAV_PASSWORD -u TAV_PASSWORD_FILE -u CREDENTIALS_DIRECTORY HOME=@ ";
   const std::string command = agent.At(place) + "setsid " + agent.At(before) + " " TAVCTL_BINARY " " +
                               agent.At(line + " >@/out 2>@/err </dev/null");
@@ -24,4 +26,27 @@ Ran Client::RunBare(const std::string& line, const std::string& before) const {
   ran.out = agent.Read("out");
   ran.err = agent.Read("err");
   return ran;
+}
+
+void Tavctl::Expect(const std::vector<Asked>& rows) const {
+  for (const Asked& row : rows) {
+    const Ran ran = Run(row.line);
+    const std::string all = ran.out + ran.err;
+    EXPECT_EQ(row.status, ran.status) << row.line << "\n" << all;
+    EXPECT_THAT(all, HasSubstr(agent.At(row.says))) << row.line;
+    EXPECT_THAT(all, Not(HasSubstr(agent.password))) << row.line;
+  }
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ostringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
+  return text.str();
+}
+
+std::vector<std::string> LinesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
 }
