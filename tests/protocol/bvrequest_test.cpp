@@ -6,24 +6,7 @@
 #include "protocol/tavreply.h"
 #include "tests/protocol/vectors.h"
 
-namespace {
-
-std::string lines;  // the diagnostic lines so far
-
-// A packet as a server makes it, each part open to change.
-struct TPacket {
-  size_t declared = 45, keySize = 5, requestSize = 7;
-  std::string signature = "\x03\x12", proof = PeerDigest(nettle_md5, "secret");
-  std::string request = PeerEncode("CMD\nA=1", "a key") + "ignored";
-
-  static std::string Number(size_t n, int digits) { return digits ? char(n) + Number(n >> 8, digits - 1) : ""; }
-  std::string Bytes() const {
-    return Number(declared, 4) + signature + Number(proof.size(), 2) + proof + Number(keySize, 2) +
-           PeerEncode("a key", "secret") + Number(requestSize, 4) + request;
-  }
-};
-
-}  // namespace
+static std::string lines;  // the diagnostic lines so far
 
 TEST(Request, IsDecryptedAndAnsweredUnderItsSessionKey) {
   Twofish_initialise();

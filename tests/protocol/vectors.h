@@ -42,3 +42,16 @@ inline std::string PeerEncode(const std::string& data, const std::string& key) {
   cfb8_encrypt(&ctx, block, 16, Octets(iv), data.size(), Octets(out), Octets(data));
   return out;
 }
+
+// A packet as a server makes it, each part open to change.
+struct TPacket {
+  size_t declared = 45, keySize = 5, requestSize = 7;
+  std::string signature = "\x03\x12", proof = PeerDigest(nettle_md5, "secret");
+  std::string request = PeerEncode("CMD\nA=1", "a key") + "ignored";
+
+  static std::string Number(size_t n, int digits) { return digits ? char(n) + Number(n >> 8, digits - 1) : ""; }
+  std::string Bytes() const {
+    return Number(declared, 4) + signature + Number(proof.size(), 2) + proof + Number(keySize, 2) +
+           PeerEncode("a key", "secret") + Number(requestSize, 4) + request;
+  }
+};
