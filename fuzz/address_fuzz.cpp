@@ -29,7 +29,7 @@ static std::vector<TRange> Ranges(const std::string& list) {
   return ranges;
 }
 
-void Check(std::string input) {
+TAV_LAWS(address)(std::string input) {
   const std::vector<TRange> ranges = Ranges(input);
   std::vector<uint32_t> peers = {0, 1, 0x7F000001, 0xFFFFFFFF};
   for (const TRange& r : ranges)

@@ -2,7 +2,7 @@
 #include "core/cmdline_split.h"
 #include "fuzz/law.h"
 
-void Check(std::string input) {
+TAV_LAWS(cmdline)(std::string input) {
   std::string rest = input.c_str();
   TArguments arguments;
   SplitCommandLine(rest.c_str(), arguments);

@@ -25,7 +25,7 @@ static void CheckNumbers(const char* s) {
   Require(time.tm_hour == two(8) && time.tm_min == two(10) && time.tm_sec == two(12));
 }
 
-void Check(std::string input) {
+TAV_LAWS(codec)(std::string input) {
   Twofish_initialise();
   CheckStrings(input);
   CheckNumbers(input.c_str());

@@ -46,7 +46,7 @@ static std::string ForeignLines(const std::string& file, bool& hasLongLine) {
   return lines;
 }
 
-void Check(std::string input) {
+TAV_LAWS(config)(std::string input) {
   std::string value = Cut(input, '\n');
   bool cut = value.size() > 900;  // what goes beyond a line is lost
   const std::string foreign = ForeignLines(input, cut);

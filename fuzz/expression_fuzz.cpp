@@ -43,7 +43,7 @@ static bool Satisfies(const String& line, String text, int caseSensitive, int wh
   return good && parser.Error() == "" && values.size() == 1 && values[0];
 }
 
-void Check(std::string input) {
+TAV_LAWS(expression)(std::string input) {
   const std::string flags = Cut(input, '\n'), text = Cut(input, '\n');
   const int sensitive = flags.find('1') != std::string::npos, words = flags.find('2') != std::string::npos;
   const String line = Bytes(input), expression = Bytes(text);

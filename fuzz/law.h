@@ -4,20 +4,31 @@
 #include <string.h>
 
 #include <algorithm>
+#include <map>
 #include <sstream>
 #include <vector>
 
 #include "tests/scratch.h"
 
-void Check(std::string input);  // a target's laws over one input
+// The laws of a target over one input: by the target's name, for the fuzzer and for those who replay its seeds.
+using TLaws = std::map<std::string, void (*)(std::string)>;
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  Check(std::string(data, data + size));
-  return 0;
+inline TLaws& AllLaws() {
+  static TLaws laws;
+  return laws;
 }
 
+#define TAV_LAWS(name)                                              \
+  static void Check(std::string);                                   \
+  static const bool added = AllLaws().emplace(#name, Check).second; \
+  static void Check
+
+inline std::string checked;  // what is told when a law does not hold
+
 inline void Require(bool lawHolds) {
-  if (!lawHolds) abort();
+  if (lawHolds) return;
+  fprintf(stderr, "A law does not hold for %s\n", checked.c_str());
+  abort();
 }
 
 // Takes what stands before the first `end` off the front, and the end with it; everything when there is none.

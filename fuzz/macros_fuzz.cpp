@@ -5,9 +5,9 @@
 #include <sys/stat.h>
 
 #include "core/filemacros.h"
+#include "core/memsearch.h"
 #include "core/paths.h"
 #include "fuzz/law.h"
-#include "core/memsearch.h"
 
 namespace fs = std::filesystem;
 
@@ -58,7 +58,7 @@ static bool Resolve(const std::string& done, const std::string& rest, std::strin
   return !chosen.empty() && Resolve(folder + chosen, rest.substr(at + macro.size()), result);
 }
 
-void Check(std::string input) {
+TAV_LAWS(macros)(std::string input) {
   static const std::string root = MakeTree();
   input = root + input.c_str();
   const String path = Bytes(input);

@@ -39,7 +39,7 @@ static void CheckLines(const BVRequest& request, std::string rest) {
   }
 }
 
-void Check(std::string input) {
+TAV_LAWS(packet)(std::string input) {
   Twofish_initialise();
   static const TPasswordKeys prepared[] = {TPasswordKeys("secret"), TPasswordKeys("")};
   std::string knobs = Cut(input, '\n');

@@ -40,7 +40,7 @@ static void CheckValue(TAVReply& reply, const std::string& value) {
   Require(reader.When("time") == time && parsed.lines.size() == 6);
 }
 
-void Check(std::string input) {
+TAV_LAWS(reply)(std::string input) {
   Twofish_initialise();
   Parsed(input, false);
   const String key = Bytes(Cut(input, '|'));
