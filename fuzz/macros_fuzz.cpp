@@ -17,9 +17,9 @@ static std::string MakeTree() {
   for (const char* folder : {"old", "new", "new/deep", "new/.x", "empty"}) fs::create_directory(root + folder);
   fs::create_symlink("a.log", root + "link");
   const std::pair<const char*, time_t> rows[] = {
-      {"a.log", 1000},  {"b.log", 2000}, {"B.txt", 1500}, {".hid", 2500}, {"old/x", 0},
-      {"old/y.y", 0},   {"old/z", 10},   {"new/a b", 30}, {"new/z", 20},  {"new/deep/%d", 5},
-      {"new/deep", 50}, {"new/.x", 60},  {"old", 100},    {"new", 9000}};
+      {"a.log", -1000}, {"b.log", 5000000000}, {"B.txt", 1500}, {".hid", 2500}, {"old/x", 0},
+      {"old/y.y", 0},   {"old/z", 10},         {"new/a b", 30}, {"new/z", 20},  {"new/deep/%d", 5},
+      {"new/deep", 50}, {"new/.x", 60},        {"old", 100},    {"new", 9000}};
   for (const auto& [name, time] : rows) {
     std::ofstream file(root + name, std::ios::app);  // fails on a folder
     const timespec times[2] = {{time, 0}, {time, 0}};

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/checks/replies.h"
 #include "core/memsearch.h"
+#include "tests/checks/replies.h"
 
 // The search as it is promised, window by window: each begins with the last bytes of the one before.
 static long long WindowSearch(const std::string& file, const std::string& text, int words) {

@@ -4,33 +4,11 @@
 
 #include <fstream>
 #include <iterator>
-#include <vector>
 
 #include "core/clock.h"
-#include "core/cmdline_split.h"
 #include "tests/core/own_temp_folder.h"
 
 namespace {
-
-using TWords = std::vector<std::string>;
-
-TWords Split(const std::string& line) {
-  TArguments arguments;
-  SplitCommandLine(line.c_str(), arguments);
-  return TWords(arguments.argv, arguments.argv + arguments.count);
-}
-
-TEST(SplitCommandLine, GroupsByQuotesAndStopsAtItsBounds) {
-  const std::pair<std::string, TWords> rows[] = {
-      {"a 'b c' d", {"a", "b c", "d"}},
-      {" a\t\tb ", {"a", "\t", "\tb"}},  // a tab stays with what follows
-      {"'a\"b'c\"d '' 'rest of", {"a\"b", "c\"d", "", "rest of"}},
-      {std::string(1023, 'x'), {std::string(1023, 'x')}},
-      {std::string(1024, 'x') + " y", {}},
-      {"a a a a a a a a a a a a a a a a a a a a a a a a", TWords(23, "a")},
-  };
-  for (const auto& row : rows) EXPECT_EQ(row.second, Split(row.first)) << row.first;
-}
 
 class Process : public OwnTempFolder {
  protected:

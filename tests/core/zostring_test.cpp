@@ -1,6 +1,6 @@
-#include "core/strlist.h"
-#include "core/memsearch.h"
 #include "core/zostring.h"
+#include "core/memsearch.h"
+#include "core/strlist.h"
 
 #include <gtest/gtest.h>
 #include <string.h>

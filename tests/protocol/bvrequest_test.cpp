@@ -64,18 +64,6 @@ TEST(Request, IsRefusedForAnyWrongFieldWhetherItsBytesAreKeptOrNot) {
   }
 }
 
-TEST(RequestText, GivesLinesByNumberAndByName) {
-  std::string text = "A=1\nB = 2 \r\nx=y=z\n";
-  for (int i = 4; i < 99; i++) text += std::to_string(i) + "\n";
-  const BVRequest request(Bytes(text + "C=3"));
-  for (int i = 4; i < 99; i++) ASSERT_EQ(std::to_string(i), Std(request.GetParam(i, 0)));
-  for (int i = 100; i < 200; i++) ASSERT_EQ("", Std(request.GetParam(i, 0))) << i;
-  EXPECT_EQ("B = 2 \r", Std(request.GetParam(2, 0)));
-  EXPECT_EQ("C=3", Std(request.GetParam(99, 1) + request.GetParam(100, 0) + request.GetParam(INT32_MAX, 0)));
-  const char* named[][2] = {{"A", "1"}, {"a", ""}, {"B", "2"}, {"x", "y=z"}, {"C", ""}};
-  for (const auto& row : named) EXPECT_EQ(row[1], Std(request.GetNamedParam(row[0]))) << row[0];
-}
-
 TEST(Reply, KeepsALineAParameterAndDropsWhatIsTooLong) {
   TAVReply reply;
   reply.SetResult("300") += "text";
