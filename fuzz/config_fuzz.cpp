@@ -7,8 +7,8 @@
 #include "fuzz/law.h"
 #include "protocol/tav_const.h"
 
-static const TScratch scratch;
-static const std::string path = scratch.path + "/tav.cfg";
+static const TTree tree(kFast);
+static const std::string path = tree.path + "tav.cfg";
 
 static TTAVSettings Load() {
   TTAVSettings settings;

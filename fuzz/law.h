@@ -38,9 +38,5 @@ inline std::string Cut(std::string& text, char end) {
   return part;
 }
 
-// A private folder, in memory where the system has such; gone with the object.
-struct TScratch {
-  TScratch() { path = mkdtemp((path + "/tav_fuzz_XXXXXX").data()); }
-  ~TScratch() { std::filesystem::remove_all(path); }
-  std::string path = std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : "/tmp";
-};
+// A folder in memory where the system has such.
+inline const std::string kFast = std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : "/tmp";

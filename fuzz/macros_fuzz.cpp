@@ -1,8 +1,6 @@
 // A macro names the entry that a plain look at the folder finds, a wildcard its first match; what is left when a
 // path is expanded is what the standard library leaves.
-#include <fcntl.h>
 #include <fnmatch.h>
-#include <sys/stat.h>
 
 #include "core/filemacros.h"
 #include "core/memsearch.h"
@@ -12,20 +10,15 @@
 namespace fs = std::filesystem;
 
 static std::string MakeTree() {
-  static const TScratch scratch;
-  const std::string root = scratch.path + "/";
-  for (const char* folder : {"old", "new", "new/deep", "new/.x", "empty"}) fs::create_directory(root + folder);
-  fs::create_symlink("a.log", root + "link");
+  static const TTree tree(kFast);
   const std::pair<const char*, time_t> rows[] = {
-      {"a.log", -1000}, {"b.log", 5000000000}, {"B.txt", 1500}, {".hid", 2500}, {"old/x", 0},
-      {"old/y.y", 0},   {"old/z", 10},         {"new/a b", 30}, {"new/z", 20},  {"new/deep/%d", 5},
-      {"new/deep", 50}, {"new/.x", 60},        {"old", 100},    {"new", 9000}};
-  for (const auto& [name, time] : rows) {
-    std::ofstream file(root + name, std::ios::app);  // fails on a folder
-    const timespec times[2] = {{time, 0}, {time, 0}};
-    utimensat(AT_FDCWD, (root + name).c_str(), times, 0);
-  }
-  return root;
+      {"a.log", -1000},  {"b.log", 5000000000}, {"B.txt", 1500}, {".hid", 2500}, {"old/", 0},
+      {"old/x", 0},      {"old/y.y", 0},        {"old/z", 10},   {"new/", 0},    {"new/a b", 30},
+      {"new/z", 20},     {"new/deep/", 0},      {"new/.x/", 60}, {"empty/", 0},  {"new/deep/%d", 5},
+      {"new/deep/", 50}, {"new/", 9000},        {"old/", 100}};
+  for (const auto& [name, time] : rows) tree.Add(name, "", time);
+  fs::create_symlink("a.log", tree.path + "link");
+  return tree.path;
 }
 
 // What a plain look finds: the newest ('n'), oldest ('o') or first ('f') entry that is no link.

@@ -30,7 +30,9 @@ inline std::string RandomText(std::mt19937& random, unsigned most, const std::st
 // Gone with the object, however deep it has become.
 class TTree {
  public:
-  TTree() { path = std::string(mkdtemp(name)) + "/"; }
+  explicit TTree(const std::string& in = "/tmp") : path(in + "/tav_tree_XXXXXX") {
+    path = std::string(mkdtemp(path.data())) + "/";
+  }
   ~TTree() { (void)!system(("rm -rf " + path).c_str()); }
 
   // Makes a file, or a folder when the name ends in "/"; an mtime of 0 leaves the time as it is.
@@ -44,7 +46,4 @@ class TTree {
   }
 
   std::string path;  // ends in "/"
-
- private:
-  char name[32] = "/tmp/tav_tree_XXXXXX";
 };

@@ -1,4 +1,3 @@
-#include <errno.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -62,22 +61,6 @@ extern "C" int fsync(int fd) {
   struct stat status {};
   if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) onDisk += std::to_string(status.st_size) + " ";
   return static_cast<int>(syscall(SYS_fsync, fd));
-}
-
-static int readsLeft = -1;  // then a read fails, once
-
-extern "C" ssize_t read(int fd, void* buffer, size_t size) {
-  if (readsLeft >= 0 && readsLeft-- == 0) return errno = EIO, -1;
-  return syscall(SYS_read, fd, buffer, size);
-}
-
-TEST_F(Config, SaveOfAFileThatCannotBeReadToItsEndChangesNothing) {
-  const std::string old = "comment=old\n" + std::string(100000, '#');
-  readsLeft = 1;
-  EXPECT_EQ("|Cannot open configuration file '" + path + "'", Do(Save, old));
-  EXPECT_EQ(-1, readsLeft);
-  EXPECT_EQ(old, Read());
-  EXPECT_EQ(1, std::distance(fs::directory_iterator(tree.path), {}));
 }
 
 TEST_F(Config, SaveSyncsTheNewFileBeforeItTakesTheOldOnesPlace) {

@@ -22,11 +22,9 @@ std::string ReplaceByTheRule(const std::string& text, const std::string& from, c
 }
 
 TEST(StringTest, TrimTakesBlanksControlsAndHighBytes) {
-  const struct {
-    const char* text;
-    const char* trimmed;
-  } rows[] = {{"  x  ", "x"}, {"\t\r\na b\x80\xff", "a b"}, {" \x80\xff ", ""}, {"", ""}, {"\x7f", "\x7f"}};
-  for (const auto& row : rows) EXPECT_TRUE(String(row.text).Trim() == row.trimmed) << row.text;
+  const std::pair<const char*, const char*> rows[] = {
+      {"  x  ", "x"}, {"\t\r\na b\x80\xff", "a b"}, {" \x80\xff ", ""}, {"", ""}, {"\x7f", "\x7f"}};
+  for (const auto& [text, trimmed] : rows) EXPECT_STREQ(trimmed, String(text).Trim().CStr());
 }
 
 TEST(StringTest, EndsInANulWhateverBecomesOfIt) {
@@ -81,11 +79,7 @@ TEST(StringTest, StrCpyWritesNothingForAnEmptyString) {
 }
 
 TEST(StringTest, SearchHonoursCaseAndWords) {
-  const struct {
-    const char* text;
-    const char* pattern;
-    int caseSensitive, wholeWord, at;
-  } rows[] = {
+  const std::tuple<const char*, const char*, int, int, int> rows[] = {
       {"an Error here", "error", 0, 0, 4},
       {"an Error here", "error", 1, 0, 0},
       {"cat concat cat", "cat", 1, 1, 1},
@@ -95,10 +89,8 @@ TEST(StringTest, SearchHonoursCaseAndWords) {
       {"abc", "", 1, 0, 0},
       {"aXa", "xa", 0, 1, 0},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(row.at, String(row.text).Search(row.pattern, row.caseSensitive, row.wholeWord))
-        << row.pattern << " in " << row.text;
-  }
+  for (const auto& [text, pattern, caseSensitive, wholeWord, at] : rows)
+    EXPECT_EQ(at, String(text).Search(pattern, caseSensitive, wholeWord)) << pattern << " in " << text;
 }
 
 TEST(StringTest, ReplaceAllKeepsItsEndRule) {
