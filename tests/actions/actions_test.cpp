@@ -12,11 +12,7 @@ namespace {
 
 TEST(Actions, AnswerWithoutAPeer) {
   const std::string wrong = "501\nWrong parameter", gone = "301\n", done = "200\nData has been sent";
-  const struct {
-    void (*handler)(const BVRequest&, TAVReply&);
-    const char* parameters;
-    std::string reply;
-  } rows[] = {
+  const std::tuple<THandler, const char*, std::string> rows[] = {
       {ProcessAct_ExternalCmd, "sh -c 'pwd | grep -qx /usr'\n/usr\n0\n0\n", "200\n0\n"},
       {ProcessAct_ExternalCmd, "sh -c 'exit 3'\n\n0\n0\n", "200\n3\n"},
       {ProcessAct_ExternalCmd, "sleep 30\n\n0\n-5000\n", "301\nabnormal termination"},
@@ -34,7 +30,8 @@ TEST(Actions, AnswerWithoutAPeer) {
       {ProcessAct_Syslog, "127.1\n514\n1\n-1\nx\n", wrong},
       {ProcessAct_Syslog, "127.1\n514\nx\n5\nx\n", wrong},
   };
-  for (const auto& row : rows) EXPECT_EQ(row.reply, ReplyOf(row.handler, row.parameters)) << row.parameters;
+  for (const auto& [handler, parameters, reply] : rows)
+    EXPECT_EQ(reply, ReplyOf(handler, parameters)) << parameters;
   const std::string nowhere(70, 'a');  // a label too long for any name server to be asked
   EXPECT_EQ("200\nSyslog: Data to " + nowhere + " has been sent",
             ReplyOf(ProcessAct_Syslog, nowhere + "\n514\n1\n5\nx\n"));

@@ -24,35 +24,29 @@ TEST(FileTests, AnswerInTheirForm) {
   const TTree tree;
   const std::string dir = tree.path, sub = tree.Add("sub/"), file = tree.Add("f.txt", "123456789", 1000000000);
   const std::string longer = tree.Add("sub/4096", std::string(4096, 'x')), empty = tree.Add("sub/empty");
-  const struct {
-    void (*handler)(const BVRequest&, TAVReply&);
-    std::string parameters, reply;
-  } rows[] = {{ProcessTest_UNC, "/\\\n", "200\n4611686018427387904\n 81920\n 40960\n\\d+\n"},
-              {ProcessTest_UNC, dir + "none\n", "301\n"},
-              {ProcessTest_UNC, "\\\n", "501\nPath not specified"},
-              {ProcessTest_FolderSize, dir + "\n0\n", "200\n     9\n"},
-              {ProcessTest_FolderSize, dir + "none\n", "301\nFolder/File doesn`t exist or access denied"},
-              {ProcessTest_FolderSize, dir + "%newestfile%\n0\n\n\n\n\n\n1\n", "200\n     9\n"},
-              {ProcessTest_FileExists, dir + "%oldestfile%*\n\n\n\n\n\n1\n",
-               "200\n     9\n\\d{14}\n\\d{14}\n" + file + "\nmin\n\\d{8}\n"},
-              {ProcessTest_FileExists, tree.Add("sub/young", "", time(nullptr) - 100) + "\n",
-               "200\n     0\n\\d{14}\n\\d{14}\n.*/young\nmin\n1\n"},
-              {ProcessTest_FileExists, "\n", "301\nno such file or acess denied"},
-              {ProcessTest_FileCRC, file + "\n", "200\n873187033\n"},  // 0x340BC6D9
-              {ProcessTest_FileCRC, longer + "\n", "301\nRead error"},
-              {ProcessTest_FileCRC, empty + "\n", "301\nRead error"},
-              {ProcessTest_FileCRC, "/dev/zero\n", "301\nRead error"},
-              {ProcessTest_FileCRC, "/proc/self/limits\n", "200\n *\\d+\n"},
-              {ProcessTest_FileCRC, sub + "fifo\n", "301\nCannot open file"},
-              {ProcessTest_FileCRC, "\n", "301\nFile is not specified"}};
+  const std::tuple<THandler, std::string, std::string> rows[] = {
+      {ProcessTest_UNC, "/\\\n", "200\n4611686018427387904\n 81920\n 40960\n\\d+\n"},
+      {ProcessTest_UNC, dir + "none\n", "301\n"},
+      {ProcessTest_UNC, "\\\n", "501\nPath not specified"},
+      {ProcessTest_FolderSize, dir + "\n0\n", "200\n     9\n"},
+      {ProcessTest_FolderSize, dir + "none\n", "301\nFolder/File doesn`t exist or access denied"},
+      {ProcessTest_FolderSize, dir + "%newestfile%\n0\n\n\n\n\n\n1\n", "200\n     9\n"},
+      {ProcessTest_FileExists, dir + "%oldestfile%*\n\n\n\n\n\n1\n",
+       "200\n     9\n\\d{14}\n\\d{14}\n" + file + "\nmin\n\\d{8}\n"},
+      {ProcessTest_FileExists, tree.Add("sub/young", "", time(nullptr) - 100) + "\n",
+       "200\n     0\n\\d{14}\n\\d{14}\n.*/young\nmin\n1\n"},
+      {ProcessTest_FileExists, "\n", "301\nno such file or acess denied"},
+      {ProcessTest_FileCRC, file + "\n", "200\n873187033\n"},  // 0x340BC6D9
+      {ProcessTest_FileCRC, longer + "\n", "301\nRead error"},
+      {ProcessTest_FileCRC, empty + "\n", "301\nRead error"},
+      {ProcessTest_FileCRC, "/dev/zero\n", "301\nRead error"},
+      {ProcessTest_FileCRC, "/proc/self/limits\n", "200\n *\\d+\n"},
+      {ProcessTest_FileCRC, sub + "fifo\n", "301\nCannot open file"},
+      {ProcessTest_FileCRC, "\n", "301\nFile is not specified"}};
   ASSERT_EQ(0, mkfifo((sub + "fifo").c_str(), 0600));
-  {
-    TLock lock(optmutex);
-    TAVSettings.unc = TAVSettings.foldersize = TAVSettings.fileexists = TAVSettings.filecrc = 1;
-  }
-  for (const auto& row : rows) {
-    const std::string reply = ReplyOf(row.handler, row.parameters);
-    EXPECT_TRUE(std::regex_match(reply, std::regex(row.reply))) << row.parameters << reply;
+  for (const auto& [handler, parameters, expected] : rows) {
+    const std::string reply = ReplyOf(handler, parameters);
+    EXPECT_TRUE(std::regex_match(reply, std::regex(expected))) << parameters << reply;
   }
 }
 

@@ -7,18 +7,16 @@
 #include <future>
 #include <vector>
 
-#include "config/settings.h"
+#include "tests/checks/replies.h"
 #include "tests/net/peer.h"
 
 // `want` is the number of seconds that the test takes, and its reply, in which the milliseconds read "ms".
 static void Expect(const std::string& want, int type, int port, const std::string& parameters) {
-  const BVRequest request(String(("127.1\n" + std::to_string(port) + "\n" + parameters).c_str()));
-  TAVReply reply;
+  const std::string request = "127.1\n" + std::to_string(port) + "\n" + parameters;
   const auto start = std::chrono::steady_clock::now();
-  type == SOCK_STREAM ? ProcessTest_TCP(request, reply) : ProcessTest_UDP(request, reply);
+  std::string text = ReplyOf(type == SOCK_STREAM ? ProcessTest_TCP : ProcessTest_UDP, request);
   const long late = (std::chrono::steady_clock::now() - start) / std::chrono::seconds(1) - (want[0] - '0');
   EXPECT_TRUE(late >= 0 && late < 3) << want << ", late " << late;
-  std::string text(reply.Text().Data(), static_cast<size_t>(reply.Length()));
   if (text.rfind("200\n", 0) == 0) text.replace(4, text.find('\n', 4) - 4, "ms");
   EXPECT_EQ(want.substr(3), text) << parameters.substr(0, 30);
 }
@@ -52,9 +50,6 @@ TEST(NetTests, ReportTheAnswerOrWhyThereIsNone) {
       {SOCK_DGRAM, "300\n1\n\n9\n", 0, "", wrong},
       {SOCK_DGRAM, "300\n1\n" + much + "\n9\n", 0, "", "0: 301\n\n-4\n"},
   };
-  TLock lock(optmutex);
-  TAVSettings.tcp = TAVSettings.udp = 1;
-  PublishSettings();
   for (const auto& [type, parameters, takes, answer, reply] : rows) {
     const TPeer peer(type, [size = takes, text = answer](int fd) { Take(fd, size, text); });
     Expect(reply, type, peer.port, parameters);

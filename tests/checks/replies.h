@@ -1,16 +1,12 @@
-// A handler's reply under settings that allow every test.
+// A handler's reply; who may ask for it is the dispatch's affair.
 #pragma once
 
-#include "config/settings.h"
 #include "protocol/tavreply.h"
 #include "tests/scratch.h"
 
-inline std::string ReplyOf(void (*handler)(const BVRequest&, TAVReply&), const std::string& parameters) {
-  {
-    TLock lock(optmutex);
-    TAVSettings.textlog = TAVSettings.comparefiles = TAVSettings.countfiles = 1;
-    PublishSettings();
-  }
+using THandler = void (*)(const BVRequest&, TAVReply&);
+
+inline std::string ReplyOf(THandler handler, const std::string& parameters) {
   TAVReply reply;
   handler(BVRequest(Bytes(parameters)), reply);
   return Std(reply.Text());

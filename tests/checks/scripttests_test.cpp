@@ -14,8 +14,6 @@
 
 namespace {
 
-using THandler = void (*)(const BVRequest&, TAVReply&);
-
 // The temporary folder has a blank and a quote in its name.
 class ScriptTests : public OwnTempFolder {
  protected:
@@ -23,7 +21,6 @@ class ScriptTests : public OwnTempFolder {
     EXPECT_EQ(0, mkdir(In("it's here").c_str(), 0700));
     SetTempDirectory(In("it's here").c_str());
     TLock lock(optmutex);
-    TAVSettings.process = TAVSettings.cpuusage = TAVSettings.external = TAVSettings.shellscript = 1;
     TAVSettings.proccntscript = TAVSettings.proclistscript = TAVSettings.cpuusagescript = helper.c_str();
     TAVSettings.delayforscripts = -1;
     PublishSettings();
@@ -43,10 +40,7 @@ class ScriptTests : public OwnTempFolder {
 
 TEST_F(ScriptTests, TakeWhatTheHelperPrints) {
   const std::string line(600, 'x');
-  const struct {
-    THandler handler;
-    std::string script, parameters, answer;
-  } rows[] = {
+  const std::tuple<THandler, std::string, std::string, std::string> rows[] = {
       {ProcessTest_Process, "echo \" $# of\"; exit 1", "\na b\n", "200\n2\n"},
       {ProcessTest_Process, "echo one", "\na >&2; echo 7\n", "200\n7\n"},
       {ProcessTest_Process, "echo 1 >&2", "\na # b\n", "301\nCannot get script results"},
@@ -60,9 +54,8 @@ TEST_F(ScriptTests, TakeWhatTheHelperPrints) {
       {ProcessInfo_ProcessesList, "printf " + line, "",
        "200\n" + line.substr(0, 511) + "%0D%0A" + line.substr(511) + "%0D%0A\n"},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(row.answer, AskHelper(row.handler, row.script, row.parameters)) << row.script << row.parameters;
-  }
+  for (const auto& [handler, script, parameters, answer] : rows)
+    EXPECT_EQ(answer, AskHelper(handler, script, parameters)) << script << parameters;
 }
 
 TEST_F(ScriptTests, ServerScriptsAnswerTheirResultLine) {
