@@ -21,7 +21,7 @@ static TTAVSettings Load() {
 static std::string Save(TTAVSettings settings) {
   String message;
   Require(settings.SaveOptions_(message) == 1);
-  return (std::stringstream() << std::ifstream(path).rdbuf()).str();
+  return ReadFile(path);
 }
 
 // As a load would take it from the file: without blanks at the ends, addresses with one blank between them.

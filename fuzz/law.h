@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <map>
-#include <sstream>
 #include <vector>
 
 #include "tests/scratch.h"

@@ -23,7 +23,7 @@ TEST(Laws, HoldForTheSeedsAndForWhatIsJoinedOfThem) {
   for (const auto& [name, check] : AllLaws()) {
     TSeeds inputs;
     for (const auto& entry : std::filesystem::directory_iterator(TAV_CORPUS + name))
-      inputs.push_back((std::stringstream() << std::ifstream(entry.path(), std::ios::binary).rdbuf()).str());
+      inputs.push_back(ReadFile(entry.path()));
     std::sort(inputs.begin(), inputs.end());
     const TSeeds seeds = inputs;
     std::mt19937 random(1);

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <sstream>
 #include <string>
 
 #include "core/zostring.h"
@@ -18,6 +19,10 @@ inline std::string Std(const String& s) {
 
 inline String Bytes(const std::string& s) {
   return String(s.data(), static_cast<int>(s.size()));
+}
+
+inline std::string ReadFile(const std::string& path) {
+  return (std::stringstream() << std::ifstream(path, std::ios::binary).rdbuf()).str();
 }
 
 // At most so many bytes of the alphabet.

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <sstream>
 
 #include "config/settings_keys.h"
 #include "protocol/twofish.h"
@@ -27,7 +26,7 @@ class Config : public testing::Test {
     const int done = work(message);
     return (done ? "ok|" : "|") + Std(message);
   }
-  std::string Read() { return (std::stringstream() << std::ifstream(path).rdbuf()).str(); }
+  std::string Read() { return ReadFile(path); }
   std::string InForce(const std::string& name) {
     const TSettingKey* key = FindSettingKey(name.c_str());
     return Std(RemoteValue(*SettingsInForce(), key ? *key : *FindSettingByWireName(name.c_str())));

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include <fstream>
 #include <sstream>
 
 void Tavctl::WriteSecret(const std::string& file, const std::string& content) const {
@@ -36,12 +35,6 @@ void Tavctl::Expect(const std::vector<Asked>& rows) const {
     EXPECT_THAT(all, HasSubstr(agent.At(row.says))) << row.line;
     EXPECT_THAT(all, Not(HasSubstr(agent.password))) << row.line;
   }
-}
-
-std::string ReadFile(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
 }
 
 std::vector<std::string> LinesOf(const std::string& text) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/e2e/agent_fixture.h"
+#include "tests/scratch.h"
 
 using testing::HasSubstr;
 using testing::Not;
@@ -38,5 +39,4 @@ class Tavctl : public testing::Test {
   Agent agent;  // not started
 };
 
-std::string ReadFile(const std::string& path);
 std::vector<std::string> LinesOf(const std::string& text);

@@ -8,7 +8,6 @@
 #include "tavctl/args.h"
 #include "tavctl/exprview.h"
 #include "tavctl/program.h"
-#include "tests/scratch.h"
 
 TEST(TavctlText, MakesWhatATerminalWouldObeyVisible) {
   EXPECT_EQ("\\x1b[31mred\\x07\\r\\n\\tb", Visible("\033[31mred\a\r\n\tb"));
@@ -101,7 +100,7 @@ TEST(TavctlUpgrade, RefusesWhatIsNoWholeAgent) {
       EXPECT_NE("taken", refused(bad)) << at;
     }
   }
-  EXPECT_NE(std::string::npos, refused(ReadFile("/bin/true")).find("does not say"));
+  EXPECT_THAT(refused(ReadFile("/bin/true")), HasSubstr("does not say"));
   EXPECT_NE("taken", refused(std::string(kLargestProgram + 1, 'x')));
 
   TFailure failure;
