@@ -1,7 +1,5 @@
 #include "agent/session.h"
 
-#include <errno.h>
-#include <poll.h>
 #include <sys/socket.h>
 
 #include <memory>
@@ -16,6 +14,7 @@
 #include "config/agent_status.h"
 #include "config/settings.h"
 #include "core/requester.h"
+#include "net/sockio.h"
 #include "protocol/bvrequest.h"
 #include "protocol/results.h"
 #include "protocol/tavreply.h"
@@ -27,43 +26,9 @@ constexpr int kSendStallMs = 60000;      // a peer that takes nothing for so lon
 constexpr int kDrainMs = 2000;           // how long unread bytes of a peer are taken after the reply, at most
 constexpr int kDrainBytes = 256 * 1024;  // and how many
 
-// Waits for `events`; false when the time is over.  -1 waits for ever.
-bool WaitFor(int fd, short events, int timeoutMs) {
-  const long long deadline = MonotonicMs() + timeoutMs;
-  for (;;) {
-    pollfd p = {fd, events, 0};
-    const long long left = deadline - MonotonicMs();
-    const int n = poll(&p, 1, timeoutMs < 0 ? -1 : static_cast<int>(left > 0 ? left : 0));
-    if (n >= 0 || errno != EINTR) return n > 0;
-  }
-}
-
 bool SendAll(int fd, const String& packet) {
-  const char* data = packet.Data();
-  size_t left = static_cast<size_t>(packet.Length());
-  while (left > 0) {
-    const ssize_t n = send(fd, data, left, MSG_NOSIGNAL);
-    if (n > 0) {
-      data += n;
-      left -= static_cast<size_t>(n);
-      continue;
-    }
-    if (n < 0 && errno == EINTR) continue;
-    if (n == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) return false;
-    if (!WaitFor(fd, POLLOUT, kSendStallMs)) return false;
-  }
-  return true;
-}
-
-// Receives once, waiting for ever; 0 or less when the connection is over.
-int Receive(int fd, char* buffer, int size) {
-  for (;;) {
-    const ssize_t n = recv(fd, buffer, static_cast<size_t>(size), 0);
-    if (n >= 0) return static_cast<int>(n);
-    if (errno == EINTR) continue;
-    if (errno != EAGAIN && errno != EWOULDBLOCK) return -1;
-    (void)WaitFor(fd, POLLIN, -1);
-  }
+  const int length = packet.Length();
+  return length == 0 || SendWithin(fd, packet.Data(), length, TDeadline::OfSilence(kSendStallMs), false) == length;
 }
 
 // Closing a connection with unread bytes resets it, and the reset can overtake the reply.  So the peer is told that
@@ -71,16 +36,11 @@ int Receive(int fd, char* buffer, int size) {
 void Drain(int fd) {
   if (shutdown(fd, SHUT_WR) != 0) return;
   char scrap[4 * kChunk];
-  const long long deadline = MonotonicMs() + kDrainMs;
+  const TDeadline deadline(kDrainMs);
   for (int taken = 0; taken < kDrainBytes;) {
-    const ssize_t n = recv(fd, scrap, sizeof scrap, 0);
-    if (n > 0) {
-      taken += static_cast<int>(n);
-      continue;
-    }
-    if (n == 0 || (errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK)) return;
-    const long long left = deadline - MonotonicMs();
-    if (left <= 0 || !WaitFor(fd, POLLIN, static_cast<int>(left))) return;
+    const int n = ReceiveWithin(fd, scrap, sizeof scrap, deadline);
+    if (n <= 0) return;
+    taken += n;
   }
 }
 
@@ -93,7 +53,7 @@ String ResultCode(const TAVReply& reply) {
 bool ReceiveUpgrade(int fd, UpgradeRec& record, String& error) {
   const auto buffer = std::make_unique<char[]>(kTransferBuffer);
   while (record.Active()) {
-    const int n = Receive(fd, buffer.get(), record.NextRead(kTransferBuffer));
+    const int n = ReceiveWithin(fd, buffer.get(), record.NextRead(kTransferBuffer), TDeadline::Never());
     if (n <= 0) return false;
     (void)DoUpgrading(record, buffer.get(), n, error);  // the error text tells the same
   }
