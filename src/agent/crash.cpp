@@ -6,6 +6,7 @@
 
 #include <atomic>
 
+#include "agent/crashline.h"
 #include "agent/flags.h"
 #include "agent/pidfile.h"
 #include "agent/replace.h"
@@ -35,37 +36,14 @@ void CopyPath(char (&to)[kLongestPath], const String& path) {
   if (static_cast<size_t>(path.Length()) < kLongestPath) path.StrCpy(to, -1);
 }
 
-char* Put(char* at, const char* text) {
-  const size_t n = strlen(text);
-  memcpy(at, text, n);
-  return at + n;
+void WriteLine(int fd, const TCrashLine& line) {
+  (void)!write(fd, line.Data(), line.Size());  // there is nobody to tell that it failed
 }
 
-char* PutNumber(char* at, long value, int digits) {
-  for (int i = digits - 1; i >= 0; --i, value /= 10) at[i] = static_cast<char>('0' + value % 10);
-  return at + digits;
-}
-
-// Year, month and day of a day number since 1970-01-01 (H. Hinnant, "chrono-Compatible Low-Level Date Algorithms").
-void CivilDate(long day, long& year, long& month, long& dayOfMonth) {
-  const long z = day + 719468, era = z / 146097, dayOfEra = z - era * 146097;
-  const long yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-  const long dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-  const long shifted = (5 * dayOfYear + 2) / 153;
-  dayOfMonth = dayOfYear - (153 * shifted + 2) / 5 + 1;
-  month = shifted < 10 ? shifted + 3 : shifted - 9;
-  year = yearOfEra + era * 400 + (month <= 2 ? 1 : 0);
-}
-
-void WriteLine(int fd, const char* begin, const char* end) {
-  // There is nobody to tell that it failed.
-  if (write(fd, begin, static_cast<size_t>(end - begin)) < 0) return;
-}
-
-void AppendLine(const char* log, const char* begin, const char* end) {
+void AppendLine(const char* log, const TCrashLine& line) {
   if (log[0] == '\0') return;
   const TFd file = OpenLog(log);
-  if (file.IsOpen()) WriteLine(file.Get(), begin, end);
+  if (file.IsOpen()) WriteLine(file.Get(), line);
 }
 
 }  // namespace
@@ -97,26 +75,11 @@ void CrashMessage(const char* text, MsgType type) {
   const TCrashRecord& record = records[current];
   timespec utc;
   clock_gettime(CLOCK_REALTIME, &utc);
-  const long seconds = utc.tv_sec + record.zoneSeconds, ofDay = seconds % 86400;
-  char clock[9];
-  PutNumber(Put(PutNumber(Put(PutNumber(clock, ofDay / 3600, 2), ":"), ofDay / 60 % 60, 2), ":"), ofDay % 60, 2);
-  clock[8] = '\0';
-
-  char line[160];
-  char* const tail = line + 64;
-  char* const end = Put(Put(tail, "\t tav\t\t "), text);
-  if (record.console) {
-    char* begin = tail - strlen("[tav][hh:mm:ss]");
-    Put(Put(Put(begin, "[tav]["), clock), "]");
-    WriteLine(STDOUT_FILENO, begin, end);
-  }
-  long year, month, day;
-  CivilDate(seconds / 86400, year, month, day);
-  char* const begin = tail - strlen("[mm/dd/yyyy hh:mm:ss]");
-  char* at = PutNumber(Put(PutNumber(Put(PutNumber(Put(begin, "["), month, 2), "/"), day, 2), "/"), year, 4);
-  Put(Put(Put(at, " "), clock), "]");
-  if (type == mtFailure) AppendLine(record.failures, begin, end);
-  AppendLine(record.verbose, begin, end);
+  const long seconds = utc.tv_sec + record.zoneSeconds;
+  if (record.console) WriteLine(STDOUT_FILENO, ConsoleLine(seconds, text));
+  const TCrashLine line = LogLine(seconds, text);
+  if (type == mtFailure) AppendLine(record.failures, line);
+  AppendLine(record.verbose, line);
 }
 
 void RestartFromRecord() {
