@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "config/agent_status.h"
+#include "core/exitstatus.h"
 #include "protocol/tav_const.h"
 
 namespace {
@@ -59,7 +60,7 @@ void showhelp(const char* text) {
       "  tav -i -v -p 1055 /etc/tav/tav.cfg\n"
       "  tav -d ~/tav/tav.cfg\n\n");
   fflush(stdout);
-  exit(1);
+  exit(kExitSettings);
 }
 
 void ParseCommandLine(int argc, char** argv, TTAVSettings& settings) {

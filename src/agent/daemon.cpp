@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "agent/signals.h"
+#include "core/exitstatus.h"
 
 namespace {
 
@@ -47,7 +48,7 @@ int daemon_init() {
   if (child > 0) {
     printf("Daemon started\n");
     fflush(stdout);
-    _exit(0);
+    _exit(kExitDone);
   }
   setsid();
   ReopenOnNull(STDIN_FILENO, O_RDONLY);

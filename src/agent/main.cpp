@@ -1,7 +1,4 @@
-// Program entry: checks, daemon, main loop.
-//
-// Exit status: 0 told to end, or the daemon is started; 1 command line or settings; 2 no fork; 3 encryption; 4
-// port, or what else the start needs is short.
+// Program entry: checks, daemon, main loop.  core/exitstatus.h says how it ends.
 
 #include <errno.h>
 #include <malloc.h>
@@ -27,6 +24,7 @@
 #include "agent/signals.h"
 #include "config/settings.h"
 #include "core/childwait.h"
+#include "core/exitstatus.h"
 #include "core/filesearch.h"
 
 namespace {
@@ -36,7 +34,6 @@ namespace {
 constexpr int kHeaps = 2;
 constexpr int kLargeBlock = 128 * 1024;
 
-constexpr int kNotServing = 4;  // exit status
 constexpr int kServeAttempts = 3;
 
 void PrepareProcess() {
@@ -107,7 +104,7 @@ void CreatePidFile(TPidFile& pidFile) {
 
 // Ends the process from inside: sessions may still run, and what they use, the loop's wake descriptor first, must
 // not be taken down under them.
-[[noreturn]] void End(int status) {
+[[noreturn]] void End(TExitStatus status) {
   GiveUpRequests(nullptr, nullptr);
   fflush(stdout);
   _exit(status);
@@ -119,7 +116,7 @@ void Serve(char** argv, char** envp) {
   TFd listener = Listen(error);
   if (!listener.IsOpen()) {
     printf("TCP listen error: %s\n\n", error.CStr());
-    End(kNotServing);
+    End(kExitNotServing);
   }
   TPidFile pidFile;
   TMainLoop loop(std::move(listener), pidFile, argv, envp);
@@ -152,7 +149,7 @@ void BeginToServe(char** argv, char** envp) {
     SetWakeFd(-1);
     sleep(1);
   }
-  End(kNotServing);
+  End(kExitNotServing);
 }
 
 }  // namespace
@@ -161,18 +158,18 @@ int main(int argc, char** argv, char** envp) try {
   PrepareProcess();
   ShowBanner();
   printf("Command line checking .. ");
-  if (!LoadSettings(argc, argv)) return 1;
+  if (!LoadSettings(argc, argv)) return kExitSettings;
   ShowMachine();
-  if (!TestBasicEncryption() || !TestPacketEncryption()) return 3;
-  if (!TestPort()) return kNotServing;
+  if (!TestBasicEncryption() || !TestPacketEncryption()) return kExitEncryption;
+  if (!TestPort()) return kExitNotServing;
 
   if (!SettingsInForce()->interactive && daemon_init() != 0) {
     fprintf(stderr, "Error initializing daemon: %s\n", strerror(errno));
-    return 2;
+    return kExitNoFork;
   }
   ServeInSpiteOfShortages(argv, envp);
 } catch (const std::exception&) {
   // Only the start can come here; what follows it gets over a lack of memory.
   fputs("Error: not enough memory\n", stderr);
-  End(kNotServing);
+  End(kExitNotServing);
 }

@@ -15,6 +15,7 @@
 
 #include "agent/crash.h"
 #include "agent/flags.h"
+#include "agent/listener.h"
 #include "agent/replace.h"
 #include "agent/showmessage.h"
 #include "agent/signals.h"
@@ -23,6 +24,7 @@
 #include "config/ipfilter.h"
 #include "config/settings.h"
 #include "core/process.h"
+#include "core/trouble.h"
 
 namespace {
 
@@ -30,10 +32,6 @@ constexpr int kTickMs = 1000;
 constexpr int kAcceptPauseMs = 100;  // while descriptors or memory are short and no room can be made
 constexpr int kAcceptsPerTurn = 64;  // then those already here have their turn, before they have to make room
 constexpr int kEventsPerTurn = 256;
-
-bool IsShortage(int error) {
-  return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
-}
 
 // The listener itself is broken; everything else that accept reports concerns one connection that is gone.
 bool IsFatal(int error) {
@@ -78,25 +76,26 @@ void TMainLoop::CloseListener() {
   listener.Reset();
 }
 
-int TMainLoop::Run() {
-  int status = 0;
-  while (Spared(&TMainLoop::CheckFlags, status) && Spared(&TMainLoop::CheckPort, status) &&
-         Spared(&TMainLoop::ServeOnce, status))
-    continue;
-  return status;
-}
-
-// A lack of memory costs what it meets: one connection, or this attempt at what stays due and is tried again.
-bool TMainLoop::Spared(bool (TMainLoop::*step)(int& status), int& status) {
-  try {
-    return (this->*step)(status);
-  } catch (const std::exception&) {
-    return true;
+TExitStatus TMainLoop::Run() {
+  for (;;) {
+    for (const TStep step : {&TMainLoop::CheckFlags, &TMainLoop::CheckPort, &TMainLoop::ServeOnce}) {
+      const TEnding ending = Spared(step);
+      if (ending) return *ending;
+    }
   }
 }
 
-// Waits and works off what has come; false when the listener is broken.
-bool TMainLoop::ServeOnce(int& status) {
+// A lack of memory costs what it meets: one connection, or this attempt at what stays due and is tried again.
+TMainLoop::TEnding TMainLoop::Spared(TStep step) {
+  try {
+    return (this->*step)();
+  } catch (const std::exception&) {
+    return {};
+  }
+}
+
+// Waits and works off what has come.
+TMainLoop::TEnding TMainLoop::ServeOnce() {
   OncePerSecond();
   configLoads.Begin();
   epoll_event events[kEventsPerTurn];
@@ -114,7 +113,7 @@ bool TMainLoop::ServeOnce(int& status) {
   }
   reception.ExpireSilent();
   reception.Sweep();
-  return !connections || AcceptAll(status);
+  return connections ? AcceptAll() : TEnding();
 }
 
 int TMainLoop::WaitMs() {
@@ -134,8 +133,7 @@ void TMainLoop::OncePerSecond() {
   RefreshCrashRecord();
 }
 
-// False when the loop has to end with `status`.
-bool TMainLoop::CheckFlags(int& status) {
+TMainLoop::TEnding TMainLoop::CheckFlags() {
   if (TakeCrashRestart()) {
     // Another thread may have stopped in the middle of anything: no lock, no memory, no stream.
     CloseListener();
@@ -145,12 +143,11 @@ bool TMainLoop::CheckFlags(int& status) {
   if (TAVFlags.terminate) {
     showmessage("Terminate request received. Terminating..\n", kNoPeer, mtInfo, 0);
     pidFile.closepidfile();
-    status = 0;
-    return false;
+    return kExitDone;
   }
   if (TAVFlags.reload) Reload();
   if (TAVFlags.upgrade) HandOver();
-  return true;
+  return {};
 }
 
 void TMainLoop::Reload() {
@@ -185,59 +182,51 @@ void TMainLoop::Replace(const char* path) {
 }
 
 // Moves the listener to a changed port.  Who is connected, or comes to the old port, is served meanwhile.
-bool TMainLoop::CheckPort(int& status) {
-  const int port = SettingsInForce()->port;
-  if (port == currentPort) {
-    portSwitch = TPortSwitch();
-    return true;
-  }
-  if (port != portSwitch.target) {
-    portSwitch = TPortSwitch();
-    portSwitch.target = port;
-  }
-  if (!portSwitch.opening.Begun()) {
-    if (MonotonicMs() < portSwitch.nextMs) return true;
-    if (portSwitch.attempts == kListenAttempts) return FallBack(status);
-    portSwitch.opening.Begin(port);
+TMainLoop::TEnding TMainLoop::CheckPort() {
+  const TSettingsPtr settings = SettingsInForce();
+  if (settings->port == currentPort) {
+    portMove.Forget();
+    return {};
   }
   TFd fresh;
-  if (!portSwitch.opening.Ended(fresh)) return true;
-  if (!fresh.IsOpen()) {
-    ++portSwitch.attempts;
-    portSwitch.nextMs = MonotonicMs() + kTickMs;
-    return true;
+  switch (portMove.Step(settings->host, settings->port, MonotonicMs(), fresh)) {
+    case TPortMove::TState::kUnderWay:
+      return {};
+    case TPortMove::TState::kFailed:
+      showmessage("Error: cannot open new port for listening\n", kNoPeer, mtFailure, 0);
+      return FallBack(settings->port);
+    case TPortMove::TState::kGivenUp:
+      return FallBack(settings->port);
+    case TPortMove::TState::kOpened:
+      break;
   }
   CloseListener();
   listener = std::move(fresh);
   WatchListener(true);
-  currentPort = port;
+  currentPort = settings->port;
   showmessage("Server port switching .. Ok\n", kNoPeer, mtSuccess, 0);
-  return true;
+  return {};
 }
 
 // The new port cannot be opened: the settings get the old one back, at a later turn if a save is under way.  A port
 // that was set in the meantime is the next to be tried.
-bool TMainLoop::FallBack(int& status) {
-  if (!portSwitch.failed) showmessage("Error: cannot open new port for listening\n", kNoPeer, mtFailure, 0);
-  portSwitch.failed = true;
-  if (!TTAVSettings::ReplacePort(portSwitch.target, currentPort)) return true;
-  portSwitch = TPortSwitch();
+TMainLoop::TEnding TMainLoop::FallBack(int unusable) {
+  if (!TTAVSettings::ReplacePort(unusable, currentPort)) return {};
+  portMove.Forget();
   if (!listener.IsOpen()) {  // after a replacement that failed there is none to return to
     String error;
     listener = Listen(error);
     if (!listener.IsOpen()) {
       showmessage("Cannot open original port either. Terminating\n", kNoPeer, mtFailure, 0);
-      status = 4;
-      return false;
+      return kExitNotServing;
     }
     WatchListener(true);
   }
   showmessage("Return to original port\n", kNoPeer, mtFailure, 0);
-  return true;
+  return {};
 }
 
-// False when the listener is broken.
-bool TMainLoop::AcceptAll(int& status) {
+TMainLoop::TEnding TMainLoop::AcceptAll() {
   const int most = std::clamp(reception.Most() / 2, 1, kAcceptsPerTurn);
   int accepted = 0;
   bool madeRoom = false;
@@ -252,25 +241,26 @@ bool TMainLoop::AcceptAll(int& status) {
       continue;
     }
     const int error = errno;
-    if (error == EAGAIN || error == EWOULDBLOCK) return true;
-    if (IsShortage(error)) {
-      if (accepted > 0) return true;  // those just taken have their turn before they have to make room
-      const bool room = !madeRoom && reception.MakeRoom();
-      Complain(error);
-      if (!room) {
-        WatchListener(false);  // or the loop would spin on a connection that it cannot take
-        return true;
-      }
-      madeRoom = true;
-      continue;
-    }
+    if (error == EAGAIN || error == EWOULDBLOCK) return {};
     if (IsFatal(error)) {
       showmessage("Accept fatal error: %s\n\n", kNoPeer, mtFailure, 1, strerror(error));
-      status = 4;
-      return false;
+      return kExitNotServing;
     }
+    if (!OwnTrouble(error)) continue;
+    if (accepted > 0) return {};  // those just taken have their turn before they have to make room
+    if (!Relieve(error, !madeRoom)) return {};
+    madeRoom = true;
   }
-  return true;
+  return {};
+}
+
+// Descriptors or memory are short.  False when there is no room to be made: the listener has a rest then, or the
+// loop would spin on a connection that it cannot take.
+bool TMainLoop::Relieve(int error, bool mayMakeRoom) {
+  const bool room = mayMakeRoom && reception.MakeRoom();
+  Complain(error);
+  if (!room) WatchListener(false);
+  return room;
 }
 
 void TMainLoop::Admit(TFd socket, in_addr peer) {

@@ -1,12 +1,14 @@
 // The accept loop, and all that other threads and handlers ask of the main thread.
 #pragma once
 
+#include <optional>
+
 #include "agent/configloads.h"
-#include "agent/listener.h"
 #include "agent/pidfile.h"
+#include "agent/portmove.h"
 #include "agent/reception.h"
 #include "core/closers.h"
-#include "core/zostring.h"
+#include "core/exitstatus.h"
 
 class TMainLoop {
  public:
@@ -14,30 +16,26 @@ class TMainLoop {
 
   // 0, or the errno that says why nothing can be waited for.
   int StartError() const { return startError; }
-  // Serves until the agent is told to end.  Returns the exit status.  REQUIRES: no StartError().
-  int Run();
+  // Serves until the agent is told to end, or can't serve any more.  REQUIRES: no StartError().
+  TExitStatus Run();
 
  private:
-  // A move to another port under way.  The old listener serves until the new one stands.
-  struct TPortSwitch {
-    int target = 0;
-    int attempts = 0;
-    long long nextMs = 0;
-    bool failed = false;  // and told
-    TPortOpening opening;
-  };
+  // What a step of the loop may come to: the process is to end, and so.
+  using TEnding = std::optional<TExitStatus>;
+  using TStep = TEnding (TMainLoop::*)();
 
-  bool Spared(bool (TMainLoop::*step)(int& status), int& status);
-  bool ServeOnce(int& status);
-  bool CheckFlags(int& status);
+  TEnding Spared(TStep step);
+  TEnding CheckFlags();
+  TEnding CheckPort();
+  TEnding ServeOnce();
   void Reload();
   void HandOver();
   void Replace(const char* path);
-  bool CheckPort(int& status);
-  bool FallBack(int& status);
+  TEnding FallBack(int unusable);
   void WatchListener(bool watched);
   void CloseListener();
-  bool AcceptAll(int& status);
+  TEnding AcceptAll();
+  bool Relieve(int error, bool mayMakeRoom);
   void Admit(TFd socket, in_addr peer);
   void Complain(int error);
   void OncePerSecond();
@@ -52,7 +50,7 @@ class TMainLoop {
   int currentPort;
   int startError = 0;  // 0: the wake descriptor is watched
   TConfigLoads configLoads;
-  TPortSwitch portSwitch;
+  TPortMove portMove;
   TReception reception;
   long long acceptAgainMs = 0;   // 0: the listener is watched
   long long lastComplaintS = 0;  // when the log last told of a lack of descriptors

@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "core/exitstatus.h"
 #include "protocol/bytes.h"
 
 namespace {
@@ -173,7 +174,7 @@ inline void DecryptRound(const Twofish_key* key, int r, uint32_t a, uint32_t b, 
 
 void Twofish_fatal(const char* message) {
   fprintf(stderr, "\nTwofish fatal error: %s\nProcess terminated\n", message);
-  exit(3);
+  exit(kExitEncryption);
 }
 
 void Twofish_build_tables() {
