@@ -164,12 +164,14 @@ void TMainLoop::Reload() {
 void TMainLoop::HandOver() {
   showmessage("Upgrade request received. Executing..\n", kNoPeer, mtInfo, 0);
   TAVFlags.upgrade = 0;
-  const char *script, *program;
-  if (UpgradeScript(script, program)) {
-    if (CanStart(script)) GiveUpRequests(script, program);
-    Replace(script);
+  {
+    TReadyUpgrade upgrade;
+    if (upgrade.HasProgram()) {
+      const char* script = upgrade.Script();
+      if (CanStart(script)) GiveUpRequests(script, upgrade.Program());
+      Replace(script);
+    }
   }
-  AbandonUpgrade();
   showmessage("Error: cannot start upgrading script\n", kNoPeer, mtFailure, 0);
 }
 

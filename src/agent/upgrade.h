@@ -11,6 +11,8 @@
 
 #include "core/zostring.h"
 
+class TUpgradeTransfer;
+
 // One session's part in an upgrade: a transfer that is fed with bytes and says how many it wants next.  Going away
 // it gives up what is not complete: a connection that ends early leaves neither a file nor a lock behind.
 class UpgradeRec {
@@ -35,15 +37,11 @@ class UpgradeRec {
   // True when the process is to be handed over once this session has ended.
   bool Ready() const { return completed; }
 
-  struct TTransfer;
-
  private:
   friend bool DoUpgrading(UpgradeRec& record, const char* data, int length, String& error);
-  bool Finish(const char* data, int length, String& error);
-  bool Fail(String& error, const char* text);
   void MakeReady();
 
-  std::unique_ptr<TTransfer> transfer;
+  std::unique_ptr<TUpgradeTransfer> transfer;
   bool completed = false;
 };
 
@@ -52,9 +50,23 @@ class UpgradeRec {
 // (the script is ready) or false with the reason in `error`.  A script can be ready with an `error` as well.
 bool DoUpgrading(UpgradeRec& record, const char* data, int length, String& error);
 
-// What the main thread needs for the hand-over: the script to run in this process's place ("" when it is not ours
-// any more) and the file that it installs; both texts last until AbandonUpgrade().  False when that file is not the
-// received one any more: the script would remove the agent and have nothing right to put in its place.
-bool UpgradeScript(const char*& script, const char*& program);
-// The upgrade that is ready is over: it was not handed over.
-void AbandonUpgrade();
+// The upgrade that is ready, taken by the main thread to hand over to.  Should the process outlive the object, the
+// upgrade is given up.
+class TReadyUpgrade {
+ public:
+  TReadyUpgrade();
+  TReadyUpgrade(const TReadyUpgrade&) = delete;
+  TReadyUpgrade& operator=(const TReadyUpgrade&) = delete;
+  ~TReadyUpgrade();
+
+  // False when there is none, or the file that it installs is not the received one any more: the script would
+  // remove the agent and have nothing right to put in its place.
+  bool HasProgram();
+  // The script to run in this process's place, "" when it is not ours any more, and the file that it installs. Both
+  // texts last as long as the object.  REQUIRES: HasProgram().
+  const char* Script();
+  const char* Program();
+
+ private:
+  std::unique_ptr<TUpgradeTransfer> upgrade;
+};
