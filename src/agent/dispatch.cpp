@@ -1,6 +1,7 @@
 #include "agent/dispatch.h"
 
 #include <iterator>
+#include <string_view>
 
 #include "actions/extcommand.h"
 #include "actions/netactions.h"
@@ -107,14 +108,9 @@ constexpr THandler kHandlers[] = {
     {"UpgradeCode", nullptr, UpgradeCode},
 };
 
-constexpr bool SameText(const char* a, const char* b) {
-  while (*a != '\0' && *a == *b) ++a, ++b;
-  return *a == *b;
-}
-
 constexpr bool EveryCommandHasItsHandler() {
   for (int i = 0; i < kCommandCount; ++i) {
-    if (!SameText(kCommands[i].name, kHandlers[i].name)) return false;
+    if (std::string_view(kCommands[i].name) != kHandlers[i].name) return false;
   }
   return true;
 }

@@ -1,8 +1,20 @@
 #include "config/commands.h"
 
+#include <string_view>
+
 #include "config/settings_keys.h"
 
 namespace {
+
+constexpr bool NamesAreUnique() {
+  for (int i = 0; i < kCommandCount; ++i) {
+    for (int j = 0; j < i; ++j) {
+      if (std::string_view(kCommands[i].name) == kCommands[j].name) return false;
+    }
+  }
+  return true;
+}
+static_assert(NamesAreUnique(), "a command stands in one row alone");
 
 constexpr bool NeedsSwitch(TGate gate) {
   return gate == TGate::kTest || gate == TGate::kAction;

@@ -2,6 +2,8 @@
 
 #include <stdio.h>
 
+#include <string_view>
+
 #include "protocol/tav_const.h"
 
 namespace {
@@ -61,6 +63,22 @@ static_assert(PlacesAreWhole(TReport::kTests), "the places of the kTests rows co
 static_assert(PlacesAreWhole(TReport::kActions), "the places of the kActions rows count from 1, each taken once");
 static_assert(PlacesAreWhole(TReport::kManagement),
               "the places of the kManagement rows count from 1, each taken once");
+
+constexpr bool SameName(const char* a, const char* b) {
+  return a != nullptr && b != nullptr && std::string_view(a) == b;
+}
+
+// The first of two rows of one name would take what is meant for the other.
+constexpr bool NamesAreUnique() {
+  for (int i = 0; i < kSettingCount; ++i) {
+    for (int j = 0; j < i; ++j) {
+      const TSettingKey &row = kSettingKeys[i], &above = kSettingKeys[j];
+      if (SameName(row.key, above.key) || SameName(row.wire, above.wire)) return false;
+    }
+  }
+  return true;
+}
+static_assert(NamesAreUnique(), "a key, and a name that the server knows, stands in one row alone");
 
 constexpr bool ReportsHaveNames() {
   for (const TSettingKey& row : kSettingKeys) {

@@ -4,6 +4,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <regex>
+
 #include "tests/config/scratch.h"
 
 namespace fs = std::filesystem;
@@ -43,15 +45,17 @@ TEST_F(Config, SaveAddsEverySavedKeyButFreespace) {
   master.filterlist = "a\r\n\r\n";                                      // the second line end stays
   master.comment = (std::string(1015, 'x') + "tavpath=/evil").c_str();  // the path would be a line of its own
   EXPECT_EQ("ok|", Do(Save, ""));
-  EXPECT_EQ(
+  const std::string known =
       "host=\r\nport=0\r\ntimeout=0\r\ncomment=" + std::string(1015, 'x') +
-          "\r\npassword=\r\n"
-          "filteractive=0\r\nfiltermarks=\r\nfilterlist=a \r\n\r\nverboselogfile=\r\nlogsuccess=0\r\nlogfails=0\r\n"
-          "oklogfile=\r\nbadlogfile=\r\nallowupdates=0\r\nallowmanage=0\r\nupdateaddr=\r\nmanageaddr=\r\nunc=0\r\n"
-          "foldersize=0\r\ncountfiles=0\r\nfileexists=0\r\nfilecrc=0\r\ncomparefiles=0\r\nprocess=0\r\n"
-          "cpuusage=0\r\nscript=0\r\nexternal=0\r\nping=0\r\ntcp=0\r\nudp=1\r\ntextlog=0\r\nshellscript=0\r\n"
-          "executeaction=0\r\ntcpudpaction=0\r\nsyslogaction=0\r\n",
-      Read());
+      "\r\npassword=\r\n"
+      "filteractive=0\r\nfiltermarks=\r\nfilterlist=a \r\n\r\nverboselogfile=\r\nlogsuccess=0\r\nlogfails=0\r\n"
+      "oklogfile=\r\nbadlogfile=\r\nallowupdates=0\r\nallowmanage=0\r\nupdateaddr=\r\nmanageaddr=\r\nunc=0\r\n"
+      "foldersize=0\r\ncountfiles=0\r\nfileexists=0\r\nfilecrc=0\r\ncomparefiles=0\r\nprocess=0\r\n"
+      "cpuusage=0\r\nscript=0\r\nexternal=0\r\nping=0\r\ntcp=0\r\nudp=1\r\ntextlog=0\r\nshellscript=0\r\n"
+      "executeaction=0\r\ntcpudpaction=0\r\nsyslogaction=0\r\n";
+  const std::string saved = Read();
+  EXPECT_EQ(known, saved.substr(0, known.size()));
+  EXPECT_EQ("", std::regex_replace(saved.substr(known.size()), std::regex("[a-z]+=0\r\n"), "")) << "more switches";
 }
 
 static std::string onDisk;  // the sizes of the files that were synced
