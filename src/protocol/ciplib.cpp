@@ -6,57 +6,16 @@
 
 #include "core/assertion.h"
 #include "protocol/bytes.h"
-
-namespace {
-
-constexpr uint32_t kPolynomial = 0xEDB88320;
-constexpr int kSlices = 16;
-
-// slice[k][b] is what byte b becomes once k zero bytes have followed it; so sixteen bytes are looked up side by
-// side and summed, where the plain method waits for each before the next.
-struct TSlices {
-  uint32_t slice[kSlices][256] = {};
-  constexpr TSlices() {
-    for (uint32_t b = 0; b < 256; b++) {
-      uint32_t crc = b;
-      for (int i = 0; i < 8; i++) crc = (crc & 1) != 0 ? crc >> 1 ^ kPolynomial : crc >> 1;
-      slice[0][b] = crc;
-    }
-    for (int k = 1; k < kSlices; k++) {
-      for (int b = 0; b < 256; b++) slice[k][b] = slice[0][slice[k - 1][b] & 0xFF] ^ slice[k - 1][b] >> 8;
-    }
-  }
-};
-constexpr TSlices kTable;
-
-// Four bytes, of which the last is followed by `behind` more in the same step.
-inline uint32_t FourBytes(uint32_t word, int behind) {
-  return kTable.slice[behind + 3][SelectByte(word, 0)] ^ kTable.slice[behind + 2][SelectByte(word, 1)] ^
-         kTable.slice[behind + 1][SelectByte(word, 2)] ^ kTable.slice[behind][SelectByte(word, 3)];
-}
-
-inline uint32_t OneByte(uint32_t crc, unsigned char b) {
-  return kTable.slice[0][(crc ^ b) & 0xFF] ^ crc >> 8;
-}
-
-}  // namespace
+#include "protocol/crc32.h"
 
 void TCRC32::UpdateCRC(unsigned char b) {
-  crc = OneByte(crc, b);
+  crc = FastestCrcStep()(crc, &b, 1);
 }
 
 void TCRC32::UpdateCRC(const char* data, int n) {
   if (data == nullptr) return;
-
-  const unsigned char* p = reinterpret_cast<const unsigned char*>(data);
-  size_t left = n == -1 ? strlen(data) : static_cast<size_t>(std::max(n, 0));
-  uint32_t sum = crc;
-  for (; left >= kSlices; left -= kSlices, p += kSlices) {
-    sum = FourBytes(LoadLittle32(p) ^ sum, 12) ^ FourBytes(LoadLittle32(p + 4), 8) ^
-          FourBytes(LoadLittle32(p + 8), 4) ^ FourBytes(LoadLittle32(p + 12), 0);
-  }
-  for (; left > 0; left--, p++) sum = OneByte(sum, *p);
-  crc = sum;
+  const size_t size = n == -1 ? strlen(data) : static_cast<size_t>(std::max(n, 0));
+  crc = FastestCrcStep()(crc, reinterpret_cast<const unsigned char*>(data), size);
 }
 
 unsigned int TCRC32::GetBlockCRC(const char* data, int n) {

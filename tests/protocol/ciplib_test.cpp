@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#include "protocol/crc32.h"
 #include "protocol/md5.h"
 #include "protocol/packethead.h"
 #include "tests/protocol/vectors.h"
@@ -32,6 +33,18 @@ TEST(Digests, AgreeWithNettleAndZlibHoweverTheBytesArrive) {
     ASSERT_EQ(PeerDigest(nettle_sha1, data), std::string(sha.GetHash(nullptr, 0), 20)) << data.size();
     ASSERT_EQ(PeerDigest(nettle_md5, data), digest) << data.size();
     ASSERT_EQ(crc32(0, Octets(data), unsigned(data.size())), ~crc.GetCRC()) << data.size();
+  }
+}
+
+TEST(Digests, EveryFormOfTheChecksumAgreesWithZlib) {
+  const std::string data = RandomBytes(5000);
+  for (const TCrcForm* form = kCrcForms; form->name; form++) {
+    for (int round = 0; round < 2000 && form->isThere(); round++) {
+      const size_t at = size_t(RandomBelow(70)), n = size_t(RandomBelow(round % 2 ? 4900 : 300));
+      const unsigned before = unsigned(RandomBelow(1 << 30)) * 4;
+      ASSERT_EQ(~crc32(~before, Octets(data) + at, unsigned(n)), form->step(before, Octets(data) + at, n))
+          << form->name << ": " << n << " bytes from " << at;
+    }
   }
 }
 
