@@ -47,12 +47,20 @@ void TCipherKey::Encrypt(const char* in, char* out, int n) const {
   }
 }
 
+// A register holds what was received, not what was made of it: so two bytes are worked out side by side.
 void TCipherKey::Decrypt(const char* in, char* out, int n) const {
   TRegister feedback(start);
-  for (int i = 0; i < n; i++) {
-    const unsigned char keystream = Twofish_encrypt_first(&schedule, feedback.low, feedback.high);
-    const unsigned char coded = static_cast<unsigned char>(in[i]);
-    out[i] = static_cast<char>(coded ^ keystream);
-    feedback.Push(coded);
+  int i = 0;
+  for (; i + 2 <= n; i += 2) {
+    const unsigned char coded[2] = {static_cast<unsigned char>(in[i]), static_cast<unsigned char>(in[i + 1])};
+    TRegister next = feedback;
+    next.Push(coded[0]);
+    const uint64_t low[2] = {feedback.low, next.low}, high[2] = {feedback.high, next.high};
+    const TTwoBytes keystream = Twofish_encrypt_first_of_two(&schedule, low, high);
+    out[i] = static_cast<char>(coded[0] ^ keystream.first);
+    out[i + 1] = static_cast<char>(coded[1] ^ keystream.second);
+    next.Push(coded[1]);
+    feedback = next;
   }
+  if (i < n) out[i] = static_cast<char>(in[i] ^ Twofish_encrypt_first(&schedule, feedback.low, feedback.high));
 }

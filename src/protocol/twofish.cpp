@@ -227,14 +227,42 @@ void Twofish_decrypt(const Twofish_key* key, const unsigned char in[16], unsigne
   StoreLittle32(d ^ key->k[3], out + 12);
 }
 
-unsigned char Twofish_encrypt_first(const Twofish_key* key, uint64_t low, uint64_t high) {
-  uint32_t a = static_cast<uint32_t>(low) ^ key->k[0], b = static_cast<uint32_t>(low >> 32) ^ key->k[1];
-  uint32_t c = static_cast<uint32_t>(high) ^ key->k[2], d = static_cast<uint32_t>(high >> 32) ^ key->k[3];
-  for (int r = 0; r < 14; r += 2) {
+namespace {
+
+// A block of which the first byte alone is wanted.
+struct TFirst {
+  inline TFirst(const Twofish_key* key, uint64_t low, uint64_t high)
+      : a(static_cast<uint32_t>(low) ^ key->k[0]),
+        b(static_cast<uint32_t>(low >> 32) ^ key->k[1]),
+        c(static_cast<uint32_t>(high) ^ key->k[2]),
+        d(static_cast<uint32_t>(high >> 32) ^ key->k[3]) {}
+
+  inline void TwoRounds(const Twofish_key* key, int r) {
     EncryptRound(key, r, a, b, c, d);
     EncryptRound(key, r + 1, c, d, a, b);
   }
   // The last round leaves this word alone, and half of the one before is not needed for it.
-  EncryptRound(key, 14, a, b, c, d);
-  return static_cast<unsigned char>(c ^ key->k[4]);
+  inline unsigned char End(const Twofish_key* key) {
+    EncryptRound(key, 14, a, b, c, d);
+    return static_cast<unsigned char>(c ^ key->k[4]);
+  }
+
+  uint32_t a, b, c, d;
+};
+
+}  // namespace
+
+unsigned char Twofish_encrypt_first(const Twofish_key* key, uint64_t low, uint64_t high) {
+  TFirst block(key, low, high);
+  for (int r = 0; r < 14; r += 2) block.TwoRounds(key, r);
+  return block.End(key);
+}
+
+TTwoBytes Twofish_encrypt_first_of_two(const Twofish_key* key, const uint64_t low[2], const uint64_t high[2]) {
+  TFirst one(key, low[0], high[0]), two(key, low[1], high[1]);
+  for (int r = 0; r < 14; r += 2) {
+    one.TwoRounds(key, r);
+    two.TwoRounds(key, r);
+  }
+  return {one.End(key), two.End(key)};
 }
