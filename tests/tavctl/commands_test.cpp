@@ -141,7 +141,7 @@ TEST_F(TavctlCommands, EndWithTheStatusOfWhatWentWrong) {
       {"test size '@/data/*.none'", 0, "no bytes: "},
       {"test count / --older-than x", 64, "whole minutes"},
       {"act run -- true", 64, "--yes"},
-      {"settings set --yes port=70000", 64, "70000"},
+      {"settings set --yes port=65536", 64, "65536"},
       {"settings set --yes password=x", 64, "command line"},
       {"settings set --yes shellscript=1", 64, "from afar"},
       {"settings set --yes manageaddr=10.0.0.1,zz", 64, "commas"},

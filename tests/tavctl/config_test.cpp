@@ -45,6 +45,8 @@ TEST_F(TavctlConfig, CheckFindsWhatAnAgentWouldNotTakeOrItsOwnerNotMean) {
                                "tmpdir=/nonexistent is no folder", "tavpath= is not", "no address of this machine",
                                "password= is shorter", "cpuusagescript is not set", "every test and action is on"})
     EXPECT_THAT(all, HasSubstr(expected));
+  agent.Write("d", "tmpdir=/tmp\n");
+  EXPECT_THAT(RunBare("config check d").out, HasSubstr("tmpdir=/tmp can be written by everybody"));
 }
 
 TEST_F(TavctlConfig, InitWritesOneThatIsInOrderAndThatAnAgentStartsWith) {
