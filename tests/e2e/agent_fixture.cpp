@@ -19,8 +19,6 @@
 
 namespace fs = std::filesystem;
 
-namespace {
-
 std::string ReadAll(const std::string& path) {
   std::ostringstream out;
   out << std::ifstream(path, std::ios::binary).rdbuf();
@@ -32,8 +30,6 @@ std::string Replaced(std::string text, const std::string& from, const std::strin
     text.replace(at, from.size(), to);
   return text;
 }
-
-}  // namespace
 
 int FreePort() {
   // Below what the system gives to outgoing connections.  No other test program gets the same one: a socket with
@@ -85,6 +81,11 @@ std::string AgentBinary() {
   return other != nullptr ? other : TAV_BINARY;
 }
 
+bool Matches(const std::string& reply, const std::string& want) {
+  const std::string lines = Replaced(want, "|", "\n");
+  return lines[0] == '~' ? std::regex_match(reply, std::regex(lines.substr(1))) : reply == lines;
+}
+
 bool Sanitized() {
   return getenv("TAV_SANITIZED") != nullptr;
 }
@@ -121,6 +122,11 @@ Agent::~Agent() {
   fs::remove_all(folder, ignored);
 }
 
+void Agent::StartsBy(const std::string& commands) {
+  program = folder + "/start";
+  Write("start", "#!/bin/sh\n" + Replaced(commands, "%", AgentBinary() + " \"$@\"") + "\n");
+}
+
 void Agent::Spawn(const std::vector<std::string>& arguments) {
   std::vector<std::string> words = {program};
   words.insert(words.end(), arguments.begin(), arguments.end());
@@ -151,31 +157,37 @@ std::string Agent::Defaults() const {
 
 void Agent::Launch(std::vector<std::string> arguments) {
   arguments.push_back(At("@/tav.cfg"));
+  fs::remove(folder + "/console");
   Spawn(arguments);
   const bool interactive = arguments[0] == "-i";
-  EXPECT_TRUE(interactive || ExitStatus(pid) == 0);
+  EXPECT_TRUE(interactive || ExitStatus() == 0);
   // A daemon shows nothing: its pid file or its verbose log tells.
   EXPECT_TRUE(WaitFor([&] {
-    const std::string told = Read(interactive ? "console" : "verbose.log");
-    return told.find("Listening...") != std::string::npos || PidInFile() > 0;
+    return Has(interactive ? "console" : "verbose.log", "Listening...") || PidInFile() > 0;
   })) << Console();
 }
 
 int Agent::Run(const std::vector<std::string>& arguments) {
   fs::remove(folder + "/console");
   Spawn(arguments);
-  return ExitStatus(pid);
+  return ExitStatus();
 }
 
-int Agent::ExitStatus(pid_t process) {
+bool Agent::HasEnded() {
   int wait = 0;
-  if (!WaitFor([&] { return waitpid(process, &wait, WNOHANG) == process; })) return -1;
-  if (process == pid) pid = 0;
-  return WIFSIGNALED(wait) ? 256 + WTERMSIG(wait) : WEXITSTATUS(wait);
+  if (pid == 0) return true;
+  if (waitpid(pid, &wait, WNOHANG) != pid) return false;
+  pid = 0;
+  status = WIFSIGNALED(wait) ? 256 + WTERMSIG(wait) : WEXITSTATUS(wait);
+  return true;
 }
 
-bool Agent::Shows(const std::string& text) const {
-  return WaitFor([&] { return Count(text) > 0; });
+int Agent::ExitStatus() {
+  return WaitFor([this] { return HasEnded(); }) ? status : -1;
+}
+
+bool Agent::Shows(const std::string& text, const std::string& file) const {
+  return WaitFor([&] { return Has(file, text); });
 }
 
 size_t Agent::Count(const std::string& text) const {
@@ -220,6 +232,10 @@ std::string Agent::Read(const std::string& file) const {
   return ReadAll(folder + "/" + file);
 }
 
+bool Agent::Has(const std::string& file, const std::string& text) const {
+  return Read(file).find(text) != std::string::npos;
+}
+
 bool Agent::TempFolderIsEmpty() const {
   return WaitFor([this] { return fs::is_empty(folder + "/tmp"); }, 5);
 }
@@ -237,15 +253,45 @@ std::string Agent::Ask(const std::string& request, const std::string& source) co
   return AskRaw(Replaced(At(request) + "|", "|", "\r\n"), source);
 }
 
+std::future<std::string> Agent::Asking(const std::string& request) const {
+  return std::async(std::launch::async, [this, request] { return Ask(request); });
+}
+
 void Agent::Expect(const std::string& request, const std::string& reply) const {
-  const std::string got = Ask(request), want = Replaced(At(reply), "|", "\n");
-  if (want[0] != '~') {
-    EXPECT_EQ(want, got) << request;
-  } else {
-    EXPECT_TRUE(std::regex_match(got, std::regex(want.substr(1)))) << request << " gave " << got;
-  }
+  const std::string got = Ask(request), want = At(reply);
+  EXPECT_TRUE(Matches(got, want)) << request << "\n gave " << Replaced(got, "\n", "|") << "\n  not " << want;
 }
 
 void Agent::ExpectRows(const std::string& prefix, const std::string& table) const {
   for (const Exchange& row : Rows(table)) Expect(prefix + row.request, row.reply);
+}
+
+bool Agent::Serves() const {
+  return FirstLine(Ask("GetInfo")) == "200";
+}
+
+bool Agent::Tells(const std::string& line) const {
+  return (Ask("GetSettings") + "\n").find("\n" + line + "\n") != std::string::npos;
+}
+
+bool Agent::IsAlone() const {
+  return WaitFor([this] { return Tells("ActiveConnections=1"); });
+}
+
+Packet Agent::Sealed(const std::string& request) const {
+  return Seal(Replaced(At(request) + "|", "|", "\r\n"), password);
+}
+
+Socket Agent::Send(const std::string& request) const {
+  const Socket socket = Connect(port);
+  socket.Send(Sealed(request).Bytes());
+  return socket;
+}
+
+std::string Agent::Upgrade(const std::string& file) const {
+  const Socket socket = Send("UpgradeCode|" + std::to_string(file.size()));
+  const std::string reply = ReadReply(socket);
+  if (reply != "200") return reply;
+  socket.Send(file + Digest(file));
+  return ReadReply(socket);
 }

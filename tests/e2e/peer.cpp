@@ -75,6 +75,10 @@ std::string Cipher(Direction direction, const std::string& data, const std::stri
   return out;
 }
 
+std::string Digest(const std::string& file) {
+  return Cipher(Direction::kSeal, Md5(file), kSession);
+}
+
 std::string Packet::Bytes() const {
   return Field(signature + Field(proof, proofShift, 2) + Field(key, keyShift, 2) + Field(text, textShift, 4) + tail,
                packetShift, 4);
@@ -89,10 +93,14 @@ Packet Seal(const std::string& text, const std::string& password, const std::str
           ""};
 }
 
+void Sleep(double seconds) {
+  std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+}
+
 bool WaitFor(const std::function<bool()>& condition, double seconds) {
   for (Stopwatch watch; watch.Seconds() < seconds;) {
     if (condition()) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    Sleep(0.005);
   }
   return condition();
 }
@@ -150,6 +158,17 @@ Socket Connect(int port, const std::string& source) {
   const int on = 1;
   setsockopt(out.Descriptor(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   return At(out, bind, source, 0) && At(out, connect, "127.0.0.1", port) ? out : Socket();
+}
+
+std::string TakeAndAnswer(const Socket& server, const std::string& answer) {
+  char data[512];
+  sockaddr_in from{};
+  socklen_t length = sizeof from;
+  const ssize_t n =
+      recvfrom(server.Descriptor(), data, sizeof data, 0, reinterpret_cast<sockaddr*>(&from), &length);
+  if (n > 0)
+    sendto(server.Descriptor(), answer.data(), answer.size(), 0, reinterpret_cast<sockaddr*>(&from), length);
+  return std::string(data, n > 0 ? static_cast<size_t>(n) : 0);
 }
 
 std::string ReadReply(const Socket& socket, const std::string& session) {

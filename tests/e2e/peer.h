@@ -20,6 +20,11 @@ enum class Direction { kSeal, kOpen };
 // Twofish in 8-bit cipher feedback under the SHA-1 of `key`.
 std::string Cipher(Direction direction, const std::string& data, const std::string& key);
 
+const std::string kSession = "a session key";  // where a test has no reason for another
+
+// What follows an upgrade's file.
+std::string Digest(const std::string& file);
+
 // A request field by field, so that a test can change one of them.  The shifts are added to the true lengths.
 struct Packet {
   std::string session, signature, proof, key, text, tail;
@@ -28,7 +33,7 @@ struct Packet {
   std::string Bytes() const;
 };
 
-Packet Seal(const std::string& text, const std::string& password, const std::string& session);
+Packet Seal(const std::string& text, const std::string& password, const std::string& session = kSession);
 
 class Stopwatch {
  public:
@@ -37,6 +42,8 @@ class Stopwatch {
  private:
   std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
 };
+
+void Sleep(double seconds);
 
 // True as soon as `condition` holds, false when it did not hold in time.
 bool WaitFor(const std::function<bool()>& condition, double seconds = kDeadline);
@@ -62,9 +69,12 @@ Socket ServeUdp();
 Socket Accept(const Socket& listener);
 Socket Connect(int port, const std::string& source = "127.0.0.1");
 
+// Takes one datagram and sends `answer` to where it came from.
+std::string TakeAndAnswer(const Socket& server, const std::string& answer);
+
 // The next reply's text without the "\n\r" that ends it, "closed" when the peer closed without a byte, or a text
 // that begins with "malformed".
-std::string ReadReply(const Socket& socket, const std::string& session);
+std::string ReadReply(const Socket& socket, const std::string& session = kSession);
 
 // Waits until the process at the other end has taken every byte that was sent to it.
 bool WaitUntilTaken(const Socket& socket);

@@ -5,15 +5,10 @@
 #include <sys/utsname.h>
 
 #include <filesystem>
-#include <regex>
 
 #include "agent_fixture.h"
 
 namespace {
-
-bool Tells(const Agent& agent, const std::string& line) {
-  return (agent.Ask("GetSettings") + "\n").find("\n" + line + "\n") != std::string::npos;
-}
 
 const char kInfo[] = R"(~200|AgentName=ZO Tavisto|AgentPlatform=Linux \(Red Hat, Mandrake, SuSE\)|AgentVersion=1.30
 |AgentDeveloper=[^|]+|Service=0|Active=0|ActiveConnections=[12]|OpenedConnections=[12]|FailedConnections=0
@@ -32,9 +27,8 @@ TEST(Settings, StatusAndSettingsAreToldLineByLine) {
   utsname host;
   uname(&host);
   const auto filled = [&](const std::string& text) {
-    const std::string whole = std::regex_replace(std::regex_replace(text, std::regex("\n"), ""), std::regex("HOST"),
-                                                 std::string(host.nodename));
-    return std::regex_replace(whole, std::regex("PORT"), std::to_string(agent.port));
+    const std::string named = Replaced(Replaced(text, "\n", ""), "HOST", host.nodename);
+    return Replaced(named, "PORT", std::to_string(agent.port));
   };
   agent.Expect("GetInfo", filled(kInfo));
   agent.Expect("GetSettings", filled(std::string(kInfo) + kSettings));
@@ -49,24 +43,23 @@ TEST(Settings, NamesMustMatchAndValuesAreDecoded) {
     |Execute external command=1|Syslog=1 => Enabled actions=101
     |IPFilterAddr=1.1.1.1%0Aport=1 => IPFilterAddr=1.1.1.1%0Aport=1)")) {
     agent.Expect("SetSettings" + row.request, "200");
-    EXPECT_TRUE(Tells(agent, row.reply)) << row.request;
+    EXPECT_TRUE(agent.Tells(row.reply)) << row.request;
   }
   EXPECT_EQ("200", agent.AskRaw("SetSettings\r\nComment=no line end"));
-  EXPECT_TRUE(Tells(agent, "Comment=a=b"));
-  EXPECT_NE(std::string::npos, agent.Read("tav.cfg").find("filterlist=1.1.1.1 port=1\r\n"))
-      << "no line break gets in";
+  EXPECT_TRUE(agent.Tells("Comment=a=b"));
+  EXPECT_TRUE(agent.Has("tav.cfg", "filterlist=1.1.1.1 port=1\r\n")) << "no line break gets in";
 }
 
 TEST(Settings, AReloadTakesTheFileAndAFailedOneSaysWhy) {
   Agent agent("comment=first\ntimeout=7000\nudp=0\n");
   agent.Write("tav.cfg", "port=1\n" + agent.Defaults() + "filtermarks=11\n");
   agent.Expect("ReloadCfg", "200|Ok");
-  EXPECT_TRUE(Tells(agent, "Comment=") && Tells(agent, "Timeout=7000") &&
-              Tells(agent, "Enabled tests=1111111111111"));
+  for (const char* line : {"Comment=", "Timeout=7000", "Enabled tests=1111111111111"})
+    EXPECT_TRUE(agent.Tells(line)) << line;
   std::filesystem::rename(agent.At("@/tav.cfg"), agent.At("@/away"));
   agent.Expect("ReloadCfg", "300|Cannot open configuration file '@/tav.cfg'");
   agent.Expect("SetSettings|Comment=kept", "300|Cannot open configuration file '@/tav.cfg'");
-  EXPECT_TRUE(Tells(agent, "Comment=kept"));
+  EXPECT_TRUE(agent.Tells("Comment=kept"));
   agent.Write("tav.cfg", agent.Defaults() + "password=\ntavpath=relative\n");
   agent.Expect("ReloadCfg", "300|  Password is not specified!|  Full path to the agent is not specified!");
   agent.Write("tav.cfg", agent.Defaults());
@@ -79,9 +72,9 @@ TEST(Settings, HangUpReloadsADaemonAndEndsAnInteractiveAgent) {
   Agent daemon("", {"-d"}), interactive("");
   daemon.Append("tav.cfg", "comment=told by a signal\n");
   kill(daemon.PidInFile(), SIGHUP);
-  EXPECT_TRUE(WaitFor([&] { return Tells(daemon, "Comment=told by a signal"); }));
+  EXPECT_TRUE(WaitFor([&] { return daemon.Tells("Comment=told by a signal"); }));
   kill(interactive.pid, SIGHUP);
-  EXPECT_EQ(256 + SIGHUP, interactive.ExitStatus(interactive.pid));
+  EXPECT_EQ(256 + SIGHUP, interactive.ExitStatus());
 }
 
 TEST(Settings, AChangedPortMovesTheListenerOrFallsBack) {
@@ -94,11 +87,11 @@ TEST(Settings, AChangedPortMovesTheListenerOrFallsBack) {
   EXPECT_TRUE(moves.Shows("Server port switching .. Ok\n"));
   moves.Expect("GetInfo", "refused");
   moves.port = atoi(next.c_str());
-  EXPECT_TRUE(Tells(moves, "Port=" + next));
+  EXPECT_TRUE(moves.Tells("Port=" + next));
   for (Agent* agent : {&stays, &outOfRange}) {
     EXPECT_TRUE(agent->Shows("Return to original port\n")) << agent->Console();
     EXPECT_EQ(1u, agent->Count("Error: cannot open new port for listening\n"));
-    EXPECT_TRUE(Tells(*agent, "Port=" + std::to_string(agent->port)));
+    EXPECT_TRUE(agent->Tells("Port=" + std::to_string(agent->port)));
   }
   EXPECT_EQ(0u, outOfRange.Read("tav.cfg").find("port=70000\r\n"));
 }

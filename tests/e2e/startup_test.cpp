@@ -5,9 +5,7 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <map>
 #include <regex>
-#include <sstream>
 
 #include "agent_fixture.h"
 
@@ -48,36 +46,41 @@ TEST(Startup, WrongCommandLinesAndConfigurationsEndWithOne) {
   agent.Write("nothing", "");
   agent.Write("bare", "filterlist=1\nfiltermarks=1\n");
   agent.Write("path", "filterlist=1\nfiltermarks=1\nport=1\npassword=p\ntavpath=/no/such\n");
-  std::map<std::string, std::string> shown = {
-      {"missed", "Error\nInvalid or missed command line parameter" + kUsage},
-      {"port", "Error\nInvalid port number" + kUsage}};
-  // A cause and the name of the file; in a cause "^" stands for a line feed.
-  for (const Exchange& cause :
-       Rows(R"(-d => Cannot open configuration file '-d' ; -v => Cannot open configuration file '-v'
-    bare =>   TCP post is not specified!^  Password is not specified!^  Full path to the agent is not specified!^
-    nothing => FilterMarks has less items than FilterList  TCP post is not specified!^  Password is not specified!^  Full path to the agent is not specified!^
-    path =>   Invalid path to the agent!^)")) {
-    shown[cause.request] = "Ok\nSettings checking .. Error\n" +
-                           std::regex_replace(cause.reply, std::regex("\\^"), "\n") + "\nPlease check '" +
-                           cause.request + "' file\n\n";
-  }
-  for (const Exchange& row : Rows(R"(-i => missed ; -d|-v|-vd => missed ; -vd|-p => missed ; -p|0|bare => port
-    -p|65536|bare => port ; -i|-p|x|bare => port ; -v|-d|bare => -d ; -vd|-v|bare => -v
-    -i|bare => bare ; -i|nothing => nothing ; -i|path|ignored => path)")) {
-    std::vector<std::string> arguments;
-    std::istringstream words(row.request);
-    for (std::string word; std::getline(words, word, '|');) arguments.push_back(word);
-    EXPECT_EQ(1, agent.Run(arguments)) << row.request;
-    EXPECT_EQ(shown[row.reply], BehindBanner(agent)) << row.request;
+  const std::string missed = "Error\nInvalid or missed command line parameter" + kUsage,
+                    port = "Error\nInvalid port number" + kUsage;
+  const std::string empty =
+      "  TCP post is not specified!\n  Password is not specified!\n  Full path to the agent is not specified!\n";
+  const auto refused = [](const std::string& cause, const std::string& file) {
+    return "Ok\nSettings checking .. Error\n" + cause + "\nPlease check '" + file + "' file\n\n";
+  };
+  const std::pair<std::vector<std::string>, std::string> rows[] = {
+      {{"-i"}, missed},
+      {{"-d", "-v", "-vd"}, missed},
+      {{"-vd", "-p"}, missed},
+      {{"-p", "0", "bare"}, port},
+      {{"-p", "65536", "bare"}, port},
+      {{"-i", "-p", "x", "bare"}, port},
+      {{"-v", "-d", "bare"}, refused("Cannot open configuration file '-d'", "-d")},
+      {{"-vd", "-v", "bare"}, refused("Cannot open configuration file '-v'", "-v")},
+      {{"-i", "bare"}, refused(empty, "bare")},
+      {{"-i", "nothing"}, refused("FilterMarks has less items than FilterList" + empty, "nothing")},
+      {{"-i", "path", "ignored"}, refused("  Invalid path to the agent!\n", "path")},
+  };
+  for (const auto& [arguments, shown] : rows) {
+    EXPECT_EQ(1, agent.Run(arguments)) << shown;
+    EXPECT_EQ(shown, BehindBanner(agent));
   }
 }
 
 TEST(Startup, TellsEachStepThenListensOrEndsWithFour) {
   Agent plain(""), warned, blocked;
   const Socket taken = ServeTcp(blocked.port);
-  blocked.Write("tav.cfg", blocked.Defaults());
-  EXPECT_EQ(4, blocked.Run({"-i", "tav.cfg"}));
-  EXPECT_EQ(kLoaded + kCpu + kCiphers + "TCP listen error:\nsocket() or bind() error\n\n", BehindBanner(blocked));
+  const std::string none = "Servname not supported for ai_socktype";
+  for (const auto& [line, error] : {std::pair("", "socket() or bind() error"), {"port=70000\n", none.c_str()}}) {
+    blocked.Write("tav.cfg", line + blocked.Defaults());
+    EXPECT_EQ(4, blocked.Run({"-i", "tav.cfg"})) << line;
+    EXPECT_EQ(kLoaded + kCpu + kCiphers + "TCP listen error:\n" + error + "\n\n", BehindBanner(blocked));
+  }
   EXPECT_EQ(kLoaded + kCpu + kCiphers + kListens, BehindBanner(plain));
   EXPECT_EQ(0, plain.PidInFile()) << "an interactive agent writes no pid file";
 
@@ -88,7 +91,19 @@ TEST(Startup, TellsEachStepThenListensOrEndsWithFour) {
                 kCiphers + kListens,
             BehindBanner(warned));
   warned.Expect("ReloadCfg", "200|Ok");
-  EXPECT_NE(std::string::npos, warned.Ask("GetInfo").find("\nPort=" + port + "\n")) << "the command line wins";
+  EXPECT_TRUE(warned.Tells("Port=" + port)) << "the command line wins";
+}
+
+void ExpectNoStreams(pid_t pid) {
+  for (const char* stream : {"/fd/0", "/fd/1", "/fd/2"})
+    EXPECT_EQ("/dev/null", std::filesystem::read_symlink("/proc/" + std::to_string(pid) + stream)) << stream;
+}
+
+// Whom the lock on a file of this descriptor concerns, 0 when nobody, -1 when it can't be set.
+pid_t Lock(const Socket& file, int command) {
+  struct flock whole {};
+  whole.l_type = F_WRLCK;
+  return fcntl(file.Descriptor(), command, &whole) == 0 ? whole.l_pid : -1;
 }
 
 TEST(Startup, ADaemonLeavesTheTerminalAndLocksItsPidFile) {
@@ -100,25 +115,18 @@ TEST(Startup, ADaemonLeavesTheTerminalAndLocksItsPidFile) {
   EXPECT_EQ(0u, BehindBanner(agent).find(kLoaded + kCpu + kCiphers + "Ok\nDaemon started"));
   const pid_t pid = agent.PidInFile();
   const std::string process = "/proc/" + std::to_string(pid), file = agent.At("@/tav.pid");
-  for (const char* stream : {"/fd/0", "/fd/1", "/fd/2"}) {
-    EXPECT_EQ("/dev/null", std::filesystem::read_symlink(process + stream)) << stream;
-  }
+  ExpectNoStreams(pid);
   EXPECT_EQ(std::filesystem::canonical(agent.folder), std::filesystem::read_symlink(process + "/cwd"));
   for (const auto& entry : std::filesystem::directory_iterator(process + "/fd"))
     EXPECT_NE("/", std::filesystem::read_symlink(entry)) << entry << " is inherited";
   EXPECT_EQ(pid, getsid(pid));
-  const auto lock = [](const Socket& at, int command) {
-    struct flock whole {};
-    whole.l_type = F_WRLCK;
-    return fcntl(at.Descriptor(), command, &whole) == 0 ? whole.l_pid : -1;
-  };
   const Socket reader(open(file.c_str(), O_RDWR | O_CLOEXEC));
-  EXPECT_EQ(pid, lock(reader, F_GETLK));
+  EXPECT_EQ(pid, Lock(reader, F_GETLK));
   agent.Ask("TEST-FileCRC|" + file);  // loses the lock
-  EXPECT_TRUE(WaitFor([&] { return lock(reader, F_GETLK) == pid; }));
+  EXPECT_TRUE(WaitFor([&] { return Lock(reader, F_GETLK) == pid; }));
 
   const Agent second("verboselogfile=verbose.log\npidfile=" + file + "\n", {"-d", "-v"});
-  EXPECT_NE(std::string::npos, second.Read("log2.txt").find("Failed to lock pid file " + file + "\n"));
+  EXPECT_TRUE(second.Shows("Failed to lock pid file " + file + "\n", "log2.txt"));
   EXPECT_EQ(std::to_string(pid) + "\n", agent.Read("tav.pid")) << "the second agent must not touch it";
 
   agent.Expect("ReloadApp", "200|Ok");
@@ -135,51 +143,48 @@ TEST(Startup, ADaemonLeavesTheTerminalAndLocksItsPidFile) {
 
   agent.Launch({"-d"});
   const Socket other(open(file.c_str(), O_RDWR | O_CLOEXEC));
-  EXPECT_TRUE(WaitFor([&] { return agent.Ask("TEST-FileCRC|" + file) != "" && lock(other, F_SETLK) == 0; }));
+  EXPECT_TRUE(WaitFor([&] { return agent.Ask("TEST-FileCRC|" + file) != "" && Lock(other, F_SETLK) == 0; }));
   agent.Expect("QUIT", "200|Ok");
   EXPECT_TRUE(WaitFor([&] { return agent.Ask("GetInfo") == "refused"; }));
   EXPECT_TRUE(std::filesystem::exists(file)) << "it has become another's";
 }
 
 TEST(Startup, NothingLandsOnStandardStreamsThatAreMissing) {
-  const std::pair<const char*, const char*> rows[] = {
-      {"-d", " <&- >&- 2>&-"}, {"-i", " <&- >&- 2>&-"}, {"-d", " >&-"}, {"-d", " | true"}};
-  for (const auto& [mode, streams] : rows) {
+  const std::pair<const char*, const char*> rows[] = {{"-d", "exec % <&- >&- 2>&-"},
+                                                      {"-i", "exec % <&- >&- 2>&-"},
+                                                      {"-d", "exec % >&-"},
+                                                      {"-d", "sleep 0.1; % | true"}};
+  for (const auto& [mode, commands] : rows) {
+    SCOPED_TRACE(std::string(mode) + ": " + commands);
     Agent agent;
-    const std::string line = AgentBinary() + " \"$@\"" + streams;
-    agent.program = agent.At("@/start");
-    agent.Write("start", streams[1] == '|' ? "#!/bin/sh\nsleep 0.1;" + line : "#!/bin/sh\nexec " + line);
-    agent.Write("tav.cfg", agent.Defaults() + "verboselogfile=verbose.log\n");
-    if (mode[1] == 'i') agent.Write("tav.pid", "1");  // shows nothing, so there is nothing to wait for
-    agent.Launch({mode, "-v"});
-    EXPECT_TRUE(WaitFor([&] { return FirstLine(agent.Ask("GetInfo")) == "200"; })) << mode << streams;
-    const pid_t pid = mode[1] == 'i' ? agent.pid : agent.PidInFile();
-    for (const char* stream : {"/fd/0", "/fd/1", "/fd/2"}) {
-      EXPECT_EQ("/dev/null", std::filesystem::read_symlink("/proc/" + std::to_string(pid) + stream)) << streams;
-    }
+    const bool interactive = mode[1] == 'i';
+    agent.StartsBy(commands);
+    if (interactive) agent.Write("tav.pid", "1");  // shows nothing, so there is nothing to wait for
+    agent.Start("verboselogfile=verbose.log\n", {mode, "-v"});
+    EXPECT_TRUE(WaitFor([&] { return agent.Serves(); }));
+    const pid_t pid = interactive ? agent.pid : agent.PidInFile();
+    ExpectNoStreams(pid);
     agent.Expect("ReloadApp", "200|Ok");
-    EXPECT_TRUE(mode[1] == 'i' || agent.HandsOverFrom(pid)) << streams;
-    EXPECT_TRUE(WaitFor([&] { return FirstLine(agent.Ask("GetInfo")) == "200"; })) << mode << streams;
+    EXPECT_TRUE(interactive || agent.HandsOverFrom(pid));
+    EXPECT_TRUE(WaitFor([&] { return agent.Serves(); }));
   }
 }
 
 TEST(Startup, FailedRestartsLeaveAllElseAsItWas) {
   Agent agent;
-  agent.program = agent.At("@/start");
-  agent.Write("start", "#!/bin/sh\nulimit -S -n 256; exec " + AgentBinary() + " \"$@\"\n");
+  agent.StartsBy("ulimit -S -n 256; exec %");
   agent.Start("tavpath=@/tav.cfg\n");
-  const std::string process = "../../proc/" + std::to_string(agent.pid);
-  const std::string limits = agent.Read(process + "/limits");
-  Socket waiting = Connect(agent.port);
+  const std::string limits = "/proc/" + std::to_string(agent.pid) + "/limits", before = ReadAll(limits);
+  const Socket waiting = Connect(agent.port);
   agent.Expect("ReloadApp", "200|Ok");
   EXPECT_TRUE(agent.Shows("Error: cannot start new instance\n"));
   agent.Expect("GetInfo", "refused");
-  EXPECT_EQ(limits, agent.Read(process + "/limits"));
-  EXPECT_EQ(std::string::npos, limits.find(" 256 ")) << "the soft limit was raised";
+  EXPECT_EQ(before, ReadAll(limits));
+  EXPECT_EQ(std::string::npos, before.find(" 256 ")) << "the soft limit was raised";
   kill(agent.pid, SIGSEGV);
   EXPECT_TRUE(agent.Shows("Segmentation fault!!\n"));
-  waiting.Send(Seal("QUIT\r\n", agent.password, "session").Bytes());
-  EXPECT_EQ("200\nOk", ReadReply(waiting, "session")) << "it stays, with its port closed";
+  waiting.Send(agent.Sealed("QUIT").Bytes());
+  EXPECT_EQ("200\nOk", ReadReply(waiting)) << "it stays, with its port closed";
 }
 
 }  // namespace

@@ -4,29 +4,23 @@
 #include <signal.h>
 
 #include <filesystem>
-#include <future>
 
 #include "agent_fixture.h"
 
 namespace {
 
-const char kSession[] = "upgrade session", kRefused[] = "501\nWrong file parameter(s)";
+const char kRefused[] = "501\nWrong file parameter(s)";
 
 // Starts a transfer, once the one before it has been let go; its reply must be `want`.
 Socket Begin(const Agent& agent, size_t size, const std::string& want = "200") {
   Socket socket;
   std::string reply;
   EXPECT_TRUE(WaitFor([&] {
-    socket = Connect(agent.port);
-    socket.Send(Seal("UpgradeCode\r\n" + std::to_string(size) + "\r\n", agent.password, kSession).Bytes());
-    return (reply = ReadReply(socket, kSession)) != "302";
+    socket = agent.Send("UpgradeCode|" + std::to_string(size));
+    return (reply = ReadReply(socket)) != "302";
   }));
   EXPECT_EQ(want, reply) << size;
   return socket;
-}
-
-std::string Digest(const std::string& file) {
-  return Cipher(Direction::kSeal, Md5(file), kSession);
 }
 
 TEST(Upgrade, SizesAndDigestsAreCheckedAndOneRunsAtATime) {
@@ -42,7 +36,7 @@ TEST(Upgrade, SizesAndDigestsAreCheckedAndOneRunsAtATime) {
   first.Send(file.substr(200));
   ASSERT_TRUE(WaitUntilTaken(first));
   first.Send(Digest(file).substr(0, 8));
-  EXPECT_EQ("300\nWrong CRC", ReadReply(first, kSession)) << "a digest in two chunks";
+  EXPECT_EQ("300\nWrong CRC", ReadReply(first)) << "a digest in two chunks";
   std::string bent = Digest(file);
   bent[15] = static_cast<char>(bent[15] ^ 1);
   const std::string apart(4092, 'n');  // the digest begins in the file's last chunk and ends in the next
@@ -50,7 +44,7 @@ TEST(Upgrade, SizesAndDigestsAreCheckedAndOneRunsAtATime) {
        {file + Digest("other"), file + bent, file + Digest(file) + "x", file + "x", apart + Digest(apart)}) {
     const Socket next = Begin(agent, sent.size() < 1000 ? file.size() : apart.size());
     next.Send(sent);
-    EXPECT_EQ("300\nWrong CRC", ReadReply(next, kSession));
+    EXPECT_EQ("300\nWrong CRC", ReadReply(next));
     EXPECT_TRUE(next.EndsSilently());
   }
   for (const size_t sent : {0u, 100u, 300u}) Begin(agent, file.size()).Send(file.substr(0, sent));  // cut off
@@ -67,33 +61,31 @@ TEST(Upgrade, HandsOverToWhatItReceived) {
   for (const auto& row : rows) {
     Agent agent;
     agent.Write("old", "the program before");
-    agent.Write("few", "#!/bin/sh\nulimit -Sn 200\nexec " + AgentBinary() + " \"$@\"\n");
-    agent.Write("tav.cfg", agent.Defaults() + agent.At("tavpath=@/old\n"));
-    agent.program = agent.At("@/few");
-    agent.Launch({"-i", "-v"});
+    agent.StartsBy("ulimit -Sn 200; exec %");
+    agent.Start("tavpath=@/old\n", {"-i", "-v"});
     // Notes the limit and the ignored signals that it inherits, and its arguments.
     std::string file = "#!/bin/sh\n(ulimit -Sn; grep SigIgn /proc/$$/status) >had\necho $* >args\n";
     file.resize(row.size, '#');
-    const auto script = std::async(std::launch::async, [&] {  // its files do not outlive the agent either
-      EXPECT_EQ("closed", agent.Ask("TEST-ShellScript|/bin/sh %script%|sleep 2||20|0"));
-    });
+    auto script = agent.Asking("TEST-ShellScript|/bin/sh %script%|sleep 2||20|0");
     EXPECT_TRUE(WaitFor([&] { return !Children(agent.pid).empty(); }));
     Socket socket = Begin(agent, row.size, row.first);
     socket.Send(file.substr(0, file.size() - row.tail));
     ASSERT_TRUE(WaitUntilTaken(socket));
     socket.Send(file.substr(file.size() - row.tail) + Digest(file));
-    EXPECT_EQ("200", ReadReply(socket, kSession));
+    EXPECT_EQ("200", ReadReply(socket));
     EXPECT_TRUE(socket.EndsSilently());
     agent.Expect("UpgradeCode|300", "302");  // it would empty the file that is to be installed
     EXPECT_EQ(0u, agent.Count("Upgrade request received")) << "not when another session ends";
     socket = Socket();
     EXPECT_TRUE(WaitFor([&] { return agent.Read("args") == agent.At("-i -v @/tav.cfg\n"); })) << agent.Console();
     EXPECT_EQ(file, agent.Read("old"));
-    unsigned long limit = 0, ignored = 0, changed = 1u << (SIGPIPE - 1) | 1u << (SIGXFSZ - 1) | 1u << (SIGSEGV - 1);
+    unsigned long limit = 0, ignored = 0;
     EXPECT_EQ(2, sscanf(agent.Read("had").c_str(), "%lu SigIgn: %lx", &limit, &ignored));
-    EXPECT_TRUE(limit == 200 && (ignored & changed) == 0) << "as the agent found it: " << agent.Read("had");
+    EXPECT_EQ(200u, limit) << "as the agent found it";
+    EXPECT_EQ(0u, ignored & (1u << (SIGPIPE - 1) | 1u << (SIGXFSZ - 1) | 1u << (SIGSEGV - 1)));
     EXPECT_TRUE(agent.Shows("Upgrade request received. Executing..\n"));
-    EXPECT_TRUE(agent.TempFolderIsEmpty()) << "the script deletes itself";
+    EXPECT_EQ("closed", script.get());
+    EXPECT_TRUE(agent.TempFolderIsEmpty()) << "neither script outlives the agent";
     agent.Expect("GetInfo", "refused");
   }
 }
@@ -112,8 +104,7 @@ TEST(Upgrade, InstallsNothingButWhatItReceived) {
   for (const auto& row : rows) {
     Agent agent;
     agent.Write("old", "the program before");
-    agent.Write("tav.cfg", agent.Defaults() + agent.At("tavpath=@/old\n"));
-    agent.Launch({"-i"});
+    agent.Start("tavpath=@/old\n");
     const auto exchange = [&] {
       std::filesystem::remove(agent.At("@/tmp/") + row.file);
       if (row.exchanged) agent.Write(std::string("tmp/") + row.file, "#!/bin/sh\necho exchanged >>told\n");
@@ -124,7 +115,7 @@ TEST(Upgrade, InstallsNothingButWhatItReceived) {
     const bool before = std::string(row.when) == "before";
     if (before) exchange();
     socket.Send(Digest(file));
-    EXPECT_EQ(row.reply, ReadReply(socket, kSession)) << row.when << row.file;
+    EXPECT_EQ(row.reply, ReadReply(socket)) << row.when << row.file;
     if (!before) exchange();
     socket = Socket();
     EXPECT_TRUE(agent.Shows("Upgrade request received. Executing..\n"));
@@ -133,8 +124,8 @@ TEST(Upgrade, InstallsNothingButWhatItReceived) {
     } else {
       EXPECT_TRUE(agent.Shows("Error: cannot start upgrading script\n")) << row.file;
       EXPECT_EQ("the program before", agent.Read("old"));
-      second.Send(Seal("UpgradeCode\r\n300\r\n", agent.password, kSession).Bytes());
-      EXPECT_EQ("200", ReadReply(second, kSession)) << "the next one may begin";
+      second.Send(agent.Sealed("UpgradeCode|300").Bytes());
+      EXPECT_EQ("200", ReadReply(second)) << "the next one may begin";
       second = Socket();
     }
     EXPECT_TRUE(agent.TempFolderIsEmpty()) << row.file;
@@ -151,18 +142,14 @@ TEST(Upgrade, ADaemonComesBackOnItsPortWithItsArguments) {
   agent.Write("tav.cfg", "port=1\n" + agent.Defaults() + agent.At("tavpath=@/prog\n"));
   agent.Launch({"-d", "-v", "-p", port});
   const pid_t before = agent.PidInFile();
-  Socket socket = Begin(agent, file.size());
-  ASSERT_TRUE(socket.Send(file) && WaitUntilTaken(socket));
-  socket.Send(Digest(file));
-  EXPECT_EQ("200", ReadReply(socket, kSession));
-  socket = Socket();
+  EXPECT_EQ("200", agent.Upgrade(file));
   EXPECT_TRUE(agent.HandsOverFrom(before));
-  EXPECT_EQ("200", FirstLine(agent.Ask("GetInfo")));
+  EXPECT_TRUE(agent.Serves());
   EXPECT_EQ(file, agent.Read("prog"));
   EXPECT_TRUE(agent.TempFolderIsEmpty());
-  std::string arguments = agent.Read("../../../../proc/" + std::to_string(agent.PidInFile()) + "/cmdline");
-  for (char& c : arguments) c = c == '\0' ? '|' : c;
-  EXPECT_EQ(agent.program + "|-d|-v|-p|" + port + "|" + agent.folder + "/tav.cfg|", arguments);
+  const std::string arguments = ReadAll("/proc/" + std::to_string(agent.PidInFile()) + "/cmdline");
+  EXPECT_EQ(agent.program + "|-d|-v|-p|" + port + "|" + agent.folder + "/tav.cfg|",
+            Replaced(arguments, std::string(1, '\0'), "|"));
   agent.Expect("QUIT", "200|Ok");
 }
 

@@ -30,8 +30,8 @@ TEST(Configuration, AStormOfReloadsShowsNoHalfLoadedState) {
       },
       [&](int) {  // a stranger, with the proof of an empty password
         const Socket socket = Connect(agent.port);
-        socket.Send(Seal("GetInfo\r\n", "", "session").Bytes());
-        EXPECT_EQ("closed", ReadReply(socket, "session"));
+        socket.Send(Seal("GetInfo\r\n", "").Bytes());
+        EXPECT_EQ("closed", ReadReply(socket));
       },
   };
   std::vector<std::future<void>> running;
@@ -57,12 +57,12 @@ TEST(Configuration, SlowLoadsAndSavesHoldUpNobodyElse) {
   });
   const auto change = std::async(std::launch::async, [&] {
     EXPECT_EQ("200", agent.Ask("SetSettings|Comment=new|Port=" + std::to_string(taken.Port())));
-    over = WaitFor([&] { return agent.Read("log2.txt").find("Return to original port") != std::string::npos; });
-    EXPECT_TRUE(over.exchange(true));
+    EXPECT_TRUE(agent.Shows("Return to original port", "log2.txt"));
+    over = true;
   });
   double answers = 0;
   const Stopwatch watch;
-  for (; !over; ++answers) EXPECT_EQ("200", FirstLine(agent.Ask("GetInfo")));
+  for (; !over; ++answers) EXPECT_TRUE(agent.Serves());
   EXPECT_GT(answers, watch.Seconds() * (Sanitized() ? 2 : 20));
 }
 
@@ -95,17 +95,24 @@ TEST(Configuration, IsWholeWheneverASaveIsKilled) {
     int sent = saved + 1;
     while (agent.Ask("SetSettings|Comment=" + Numbered(sent)) == "200") saved = sent++;
     killer.wait();
-    EXPECT_EQ(256 + SIGKILL, agent.ExitStatus(agent.pid));
+    EXPECT_EQ(256 + SIGKILL, agent.ExitStatus());
     if (agent.Read("tav.cfg") == head + Numbered(sent) + tail) saved = sent;
     EXPECT_EQ(head + Numbered(saved) + tail, agent.Read("tav.cfg")) << "when " << sent << " was sent";
     struct stat status {};
     EXPECT_EQ(0, stat(path.c_str(), &status));
-    EXPECT_TRUE((status.st_mode & 07777u) == 0640 && status.st_uid == owner) << status.st_mode;
-    fs::remove(agent.At("@/console"));
+    EXPECT_EQ(0640u, status.st_mode & 07777u);
+    EXPECT_EQ(owner, status.st_uid);
     agent.Launch({"-i"});
   }
   EXPECT_EQ("200", agent.Ask("SetSettings|Comment=last")) << "what the kills have left is no obstacle";
   EXPECT_FALSE(fs::exists(path + ".New"));
+}
+
+void ExpectASaveToFail(const Agent& agent, const std::string& request) {
+  const std::string before = agent.Read("tav.cfg");
+  agent.Expect(request, "300|Cannot create new configuration file '@/tav.cfg.New'");
+  EXPECT_EQ(before, agent.Read("tav.cfg"));
+  EXPECT_FALSE(fs::exists(agent.At("@/tav.cfg.New")));
 }
 
 // Cure: every write, flush and close is checked; what failed is removed.
@@ -117,16 +124,10 @@ void ExpectAFullDiskToBeTold(bool& possible) {
   const std::shared_ptr<void> mounted(nullptr, [&](void*) { umount2(agent.folder.c_str(), MNT_DETACH); });
   fs::create_directory(agent.At("@/tmp"));
   agent.Start("tavpath=/bin/sh\n");
-  const std::string before = agent.Read("tav.cfg");
   agent.Write("full", std::string(10000000, 'x'));
-  EXPECT_EQ(agent.At("300\nCannot create new configuration file '@/tav.cfg.New'"),
-            agent.Ask("SetSettings|Comment=new"));
-  EXPECT_TRUE(agent.Read("tav.cfg") == before && !fs::exists(agent.At("@/tav.cfg.New")));
-  EXPECT_EQ("301\ncannot create temp file", agent.Ask("TEST-ShellScript|/bin/sh %script%|true||5|0"));
-  std::string reply;
-  const Socket upgrade = Open(agent, "UpgradeCode\r\n300\r\n", reply);
-  upgrade.Send(std::string(300, 'n'));
-  EXPECT_EQ("300\nWrite error", ReadReply(upgrade, "session"));
+  ExpectASaveToFail(agent, "SetSettings|Comment=new");
+  agent.Expect("TEST-ShellScript|/bin/sh %script%|true||5|0", "301|cannot create temp file");
+  EXPECT_EQ("300\nWrite error", agent.Upgrade(std::string(300, 'n')));
   EXPECT_TRUE(agent.TempFolderIsEmpty());
 }
 
@@ -139,15 +140,12 @@ TEST(Configuration, AFullDiskIsToldAndCostsNothing) {
 // Cure: the signal for a file at its size limit is ignored, the write fails instead.
 TEST(Configuration, AFileSizeLimitIsToldAndCostsNothing) {
   Agent agent;
-  agent.Write("limited", "#!/bin/sh\nulimit -f 8\nexec " + AgentBinary() + " \"$@\"\n");  // 4096 bytes
-  agent.program = agent.At("@/limited");
+  agent.StartsBy("ulimit -f 8; exec %");  // 4096 bytes
   agent.Start();
-  const std::string before = agent.Read("tav.cfg");
-  EXPECT_EQ(agent.At("300\nCannot create new configuration file '@/tav.cfg.New'"),
-            agent.Ask("SetSettings|Comment=" + std::string(900, 'c') + "|IPFilterMarks=" + std::string(900, 'm') +
-                      "|OkLogFile=" + std::string(900, 'o') + "|UpdateAddr=" + std::string(900, 'u') +
-                      "|ManageAddr=127.0.0.1," + std::string(900, '1')));
-  EXPECT_TRUE(agent.Read("tav.cfg") == before && !fs::exists(agent.At("@/tav.cfg.New")));
+  std::string request = "SetSettings";
+  for (const char* name : {"Comment", "IPFilterMarks", "OkLogFile", "UpdateAddr", "BadLogFile"})
+    request += std::string("|") + name + "=" + std::string(900, '1');
+  ExpectASaveToFail(agent, request);
   while (agent.Read("console").size() < 4000) ExpectServed(agent);
   ExpectServed(agent, 5);
 }
@@ -178,10 +176,10 @@ TEST(Configuration, AChangedPasswordLeavesNoTraceInMemory) {
   agent.password = gone;
   agent.Start("comment=" + std::string(900, 'c') + "\n");
   for (const char* request : {"GetSettings", "SetSettings|Comment=other", "ReloadCfg", "GetSettings", "TEST-UNC|/"})
-    EXPECT_EQ("200", FirstLine(agent.Ask(request)));
-  EXPECT_EQ("200", agent.Ask("SetSettings|Password=" + kept));
+    EXPECT_EQ("200", FirstLine(agent.Ask(request))) << request;
+  agent.Expect("SetSettings|Password=" + kept, "200");
   agent.password = kept;
-  EXPECT_EQ("200\nOk", agent.Ask("ReloadCfg"));
+  agent.Expect("ReloadCfg", "200|Ok");
   const auto remembers = [&agent](const std::string& text) {
     return MemoryOf(agent.pid).find(text) != std::string::npos;
   };

@@ -10,12 +10,6 @@
 
 namespace {
 
-// The agent runs under a limit of the shell's.
-void Limit(Agent& agent, const std::string& limit) {
-  agent.Write("limited", "#!/bin/sh\nulimit " + limit + "\nexec " + AgentBinary() + " \"$@\"\n");
-  agent.program = agent.At("@/limited");
-}
-
 // Cure: one thread receives for all connections, with poll's kin; only a whole request gets a thread.
 TEST(Connections, CrowdsOfIdleOnesCostLittle) {
   Agent agent("timeout=60000\n");
@@ -33,14 +27,14 @@ TEST(Connections, RejectedOnesAreCountedAndLeaveNothing) {
   Agent agent("filteractive=1\n");
   const long before = RestingDescriptors(agent);
   for (int i = 0; i < 3000; ++i) ASSERT_TRUE(Connect(agent.port, "127.0.0.2").EndsSilently()) << i;
-  EXPECT_TRUE(Tells(agent, "FailedConnections=3000"));
+  EXPECT_TRUE(agent.Tells("FailedConnections=3000"));
   EXPECT_TRUE(WaitFor([&] { return Descriptors(agent.pid) <= before; }));
 }
 
 // Cure: only a share of the descriptors is for connections that are being received; the longest silent make room.
 TEST(Connections, ACrowdLeavesSessionsTheirDescriptors) {
   Agent agent;
-  Limit(agent, "-n 64");
+  agent.StartsBy("ulimit -n 64; exec %");
   agent.Start("timeout=60000\n");
   std::string folder = agent.At("@/deep");
   for (int depth = 0; depth < 40; ++depth, folder += "/d") {
@@ -57,13 +51,10 @@ TEST(Connections, ACrowdLeavesSessionsTheirDescriptors) {
 // Cure: where no room can be made the listener rests, and the log hears of it once a second.
 TEST(Connections, SessionsThatHoldAllDescriptorsAreWaitedFor) {
   Agent agent;
-  Limit(agent, "-n 64");
+  agent.StartsBy("ulimit -n 64; exec %");
   agent.Start("timeout=60000\n");
   std::vector<Socket> sessions;  // each is drained for two seconds
-  for (; sessions.size() < 100; Sleep(0.002)) {
-    sessions.push_back(Connect(agent.port));
-    sessions.back().Send(Seal("GetInfo\r\n", agent.password, "session").Bytes());
-  }
+  for (; sessions.size() < 100; Sleep(0.002)) sessions.push_back(agent.Send("GetInfo"));
   const auto complaints = [&] { return agent.Count("Cannot accept connections now, error 24\n"); };
   EXPECT_TRUE(WaitFor([&] { return complaints() > 0; }, 3)) << "the shortage was met";
   const double before = CpuSeconds(agent.pid);
@@ -91,14 +82,13 @@ void Flood(int port, const std::atomic<bool>& over) {
 TEST(Connections, AFloodOfNewOnesLeavesRoomForOthers) {
   if (Sanitized()) GTEST_SKIP() << "a sanitizer accepts fewer connections than the flood brings";
   Agent agent;
-  Limit(agent, "-n 1024");
+  agent.StartsBy("ulimit -n 1024; exec %");
   agent.Start("timeout=60000\n");
   std::atomic<bool> over{false};
   auto flood = std::async(std::launch::async, [&] { Flood(agent.port, over); });
   Sleep(1);  // it has filled what there is
   std::vector<double> times;
-  for (const Stopwatch watch; watch.Seconds() < 4; times.push_back(watch.Seconds()))
-    EXPECT_EQ("200", FirstLine(agent.Ask("GetInfo")));
+  for (const Stopwatch watch; watch.Seconds() < 4; times.push_back(watch.Seconds())) EXPECT_TRUE(agent.Serves());
   over = true;
   flood.get();
   for (size_t i = times.size() - 1; i > 0; --i) times[i] -= times[i - 1];
@@ -111,19 +101,19 @@ TEST(Connections, AFloodOfNewOnesLeavesRoomForOthers) {
 TEST(Connections, PacketsThatMemoryDoesNotSufficeForCostThemselves) {
   if (Sanitized()) GTEST_SKIP() << "a sanitizer needs more address space than there may be";
   Agent agent;
-  Limit(agent, "-v 30000");
+  agent.StartsBy("ulimit -v 30000; exec %");
   agent.Start("timeout=60000\n");
-  Packet packet = Seal("GetInfo\r\n", agent.password, "session");
+  Packet packet = agent.Sealed("GetInfo");
   packet.tail = std::string(15000000, 'x');
   std::vector<std::future<void>> peers;
   for (int i = 0; i < 12; ++i)
     peers.push_back(std::async(std::launch::async, [&, bytes = packet.Bytes()] {
       const Socket peer = Connect(agent.port);
-      if (peer.Send(bytes)) (void)ReadReply(peer, "session");
+      if (peer.Send(bytes)) (void)ReadReply(peer);
     }));
   peers.clear();
   ExpectServed(agent, 5);
-  EXPECT_TRUE(WaitFor([&] { return IsAlone(agent); }));
+  EXPECT_TRUE(agent.IsAlone());
 }
 
 // Cure: the listener leaves the epoll instance before it is closed, and nothing is accepted without one.
@@ -144,20 +134,20 @@ TEST(Connections, AListenerThatAChildStillHoldsIsNotAcceptedFrom) {
   const Socket unheard = Connect(agent.port);
   Sleep(1);
   EXPECT_LT(CpuSeconds(agent.pid) - used, 0.05);
-  before.Send(Seal("GetInfo\r\n", agent.password, "session").Bytes());
-  EXPECT_EQ("200", FirstLine(ReadReply(before, "session"))) << "the agent lives";
+  before.Send(agent.Sealed("GetInfo").Bytes());
+  EXPECT_EQ("200", FirstLine(ReadReply(before))) << "the agent lives";
 }
 
 // Cure: what a connection held of the common bound is given back with it, however it ends.
 TEST(Connections, HeldBytesAreGivenBack) {
   Agent agent("timeout=60000\n");
-  Packet packet = Seal("GetInfo\r\n", agent.password, "session");
+  Packet packet = agent.Sealed("GetInfo");
   packet.tail = std::string(2000000, 'x');
   packet.packetShift = 0;
   for (int i = 0; i < 30; ++i) {
     const Socket whole = Connect(agent.port);
     EXPECT_TRUE(whole.Send(packet.Bytes()));
-    EXPECT_EQ("200", FirstLine(ReadReply(whole, "session"))) << i;
+    EXPECT_EQ("200", FirstLine(ReadReply(whole))) << i;
     EXPECT_TRUE(Connect(agent.port).Send(packet.Bytes().substr(0, 1500000))) << "cut off";
   }
 }
@@ -166,14 +156,13 @@ TEST(Connections, HeldBytesAreGivenBack) {
 TEST(Connections, AFloodOfBrokenPacketsHoldsUpNobody) {
   Agent agent("timeout=1000\n");
   const std::vector<Socket> halves = Crowd(agent, 50);  // they stay open
-  for (size_t i = 0; i < halves.size(); ++i)
-    halves[i].Send(Seal("GetInfo\r\n", agent.password, "session").Bytes().substr(0, i));
+  for (size_t i = 0; i < halves.size(); ++i) halves[i].Send(agent.Sealed("GetInfo").Bytes().substr(0, i));
   std::atomic<bool> over{false};
   std::vector<std::future<void>> floods;
   for (unsigned seed = 1; seed <= 4; ++seed) {
     floods.push_back(std::async(std::launch::async, [&, random = std::mt19937(seed)]() mutable {
       while (!over) {
-        std::string bytes = Seal("GetInfo\r\n", agent.password, "session").Bytes();
+        std::string bytes = agent.Sealed("GetInfo").Bytes();
         if (random() % 3 != 0) bytes[random() % bytes.size()] = static_cast<char>(random());
         if (random() % 3 == 0) bytes.resize(random() % bytes.size());
         if (random() % 4 == 0)
@@ -187,13 +176,13 @@ TEST(Connections, AFloodOfBrokenPacketsHoldsUpNobody) {
   for (const Stopwatch watch; watch.Seconds() < 3;) ExpectServed(agent);
   over = true;
   floods.clear();
-  EXPECT_TRUE(WaitFor([&] { return IsAlone(agent); }));
+  EXPECT_TRUE(agent.IsAlone());
 }
 
 // Cure: once the head shows a stranger, his bytes are counted and dropped; he is dismissed where his packet ends.
 TEST(Connections, AStrangersBytesAreDroppedAsTheyCome) {
   Agent agent("timeout=60000\n");
-  Packet packet = Seal("GetInfo\r\n", "not it", "s");
+  Packet packet = Seal("GetInfo\r\n", "not it");
   packet.packetShift = 0xFFFFFFFFLL - static_cast<long long>(packet.Bytes().size() - 4);
   const Socket endless = Connect(agent.port), other = Connect(agent.port);
   EXPECT_TRUE(endless.Send(packet.Bytes()));
@@ -212,22 +201,22 @@ TEST(Connections, AStrangersBytesAreDroppedAsTheyCome) {
 // Cure: sums of lengths in 64 bits; a length that no packet has is never whole; what unfinished packets hold is
 // bounded for all of them together.
 TEST(Connections, DeclaredLengthsNeitherWrapNorFillTheMemory) {
-  Agent agent("timeout=1000\n");
+  Agent agent("timeout=3000\n");
   for (const long long length : {0xFFFFFFFFLL, 0xFFFFFFFELL, 0xFFFFFFFCLL, 0x80000000LL, 0x7FFFFFFFLL}) {
-    Packet packet = Seal("QUIT\r\n", agent.password, "session");
+    Packet packet = agent.Sealed("QUIT");
     packet.packetShift = length - static_cast<long long>(packet.Bytes().size() - 4);
     const Socket whole = Connect(agent.port), text = Connect(agent.port);
     whole.Send(packet.Bytes());
     packet.packetShift = 0;
     packet.textShift = length - static_cast<long long>(packet.text.size());
     EXPECT_TRUE(text.Send(packet.Bytes()) && text.EndsSilently());
-    EXPECT_FALSE(IsAlone(agent)) << "more is awaited of a packet of " << length;
+    EXPECT_FALSE(agent.Tells("ActiveConnections=1")) << "more is awaited of a packet of " << length;
   }
   EXPECT_EQ(5u, agent.Count("<-- Invalid BV request received\n"));
-  EXPECT_TRUE(WaitFor([&] { return IsAlone(agent); }));
+  EXPECT_TRUE(agent.IsAlone());
 
   Agent patient("timeout=60000\n");
-  Packet packet = Seal("GetInfo\r\n", agent.password, "session");
+  Packet packet = agent.Sealed("GetInfo");
   packet.tail = std::string(12000000, 'x');
   const std::string bytes = packet.Bytes(), most = bytes.substr(0, bytes.size() - 1);
   const std::vector<Socket> holders = Crowd(patient, 10);
@@ -235,12 +224,7 @@ TEST(Connections, DeclaredLengthsNeitherWrapNorFillTheMemory) {
   ExpectServed(patient);
   for (size_t i = 0; i < 8; ++i) EXPECT_TRUE(holders[i].EndsSilently()) << i << ": the longest silent go";
   EXPECT_TRUE(holders[9].Send(bytes.substr(most.size())));
-  EXPECT_EQ("200", FirstLine(ReadReply(holders[9], "session")));
-  for (int i = 0; i < 4; ++i) {
-    const Socket whole = Connect(patient.port);
-    EXPECT_TRUE(whole.Send(bytes));
-    EXPECT_EQ("200", FirstLine(ReadReply(whole, "session"))) << i << ": what it held is given back";
-  }
+  EXPECT_EQ("200", FirstLine(ReadReply(holders[9])));
 }
 
 }  // namespace

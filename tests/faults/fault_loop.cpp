@@ -3,17 +3,14 @@
 // Each time the answer is right or no "200", the agent lives on and answers the next right, and nothing stays
 // behind.
 #include <fcntl.h>
-#include <netinet/in.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/mman.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
 
 #include <mutex>
 #include <regex>
 #include <set>
 
+#include "commands.h"
 #include "fault_control.h"
 #include "faults.h"
 
@@ -24,11 +21,6 @@ constexpr size_t kMostThreads = 5;  // the main one, some that are idle
 constexpr double kRestSeconds = 4;  // children left to themselves are looked after once a second
 const char* const kNames[kFaultKinds] = {"none", "memory", "descriptors", "processes",
                                          "disk", "status", "interrupted"};
-
-bool Matches(const std::string& got, std::string want) {
-  std::replace(want.begin(), want.end(), '|', '\n');
-  return want[0] == '~' ? std::regex_match(got, std::regex(want.substr(1))) : got == want;
-}
 
 // What is wrong with a reply; empty: nothing.
 std::string Judge(int kind, const std::string& got, const std::string& want) {
@@ -49,33 +41,15 @@ class TWatched : public Agent {
     control =
         static_cast<TFaultControl*>(mmap(nullptr, sizeof *control, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
     close(fd);
-    Write("agent", "#!/bin/sh\nTAV_FAULTS=" + At("@/control") + " LD_PRELOAD=" TAV_FAULT_SHIM " exec " +
-                       AgentBinary() + " \"$@\"\n");
-    program = At("@/agent");
-    Write("t/a.txt", "012345678\n", 90);
-    Write("t/s/b.txt", "01234", 90);
-    Write("t/s/.h", "012");
-    Write("t/s/u/c.txt", "0");
-    std::string deep = "deep";  // deeper than a walk keeps folders open
-    for (int level = 0; level < 34; ++level) deep += "/d";
-    Write(deep + "/f", "");
-    Write("crc", std::string(2049, 'x'));
-    Write("x", "abc");
-    Write("y", "abcdef");
-    Write("lines.txt", "alpha beta 12345\nthe end\n");
-    Write("n.sh", "#!/bin/sh\necho $#\n");
-    Write("cpu.sh", "#!/bin/sh\necho 12.5 %\n");
-    Write("list.sh", "#!/bin/sh\nprintf 'a\\nb\\n'\n");
+    StartsBy("TAV_FAULTS=" + At("@/control") + " LD_PRELOAD=" TAV_FAULT_SHIM " exec %");
     for (const char* log : {"log1.txt", "log2.txt", "verbose.log", "tav.cfg.Old"}) Write(log, "");
-    config = Defaults() + At("proccntscript=@/n.sh\ncpuusagescript=@/cpu.sh\nproclistscript=@/list.sh\ncomment=0\n"
-                             "executeaction=1\ntcpudpaction=1\nsyslogaction=1\nverboselogfile=verbose.log\n" +
-                             extra);
+    config = Defaults() + LayOut(*this) + "comment=0\nverboselogfile=verbose.log\n" + At(extra);
   }
   ~TWatched() { munmap(control, sizeof *control); }
 
   // Does not wait until it listens.
   void Begin() {
-    if (pid > 0) kill(pid, SIGKILL), ExitStatus(pid);
+    if (pid > 0) kill(pid, SIGKILL), ExitStatus();
     for (const char* file : {"console", "verbose.log", "tav.pid"}) fs::remove(At("@/") + file);
     Write("log2.txt", "");
     fs::remove_all(At("@/tmp"));
@@ -97,13 +71,10 @@ class TWatched : public Agent {
   bool IsInteractive() const { return switches[0] == "-i"; }
   // The process that was started ends with 0 and leaves another one.
   bool Daemonize() {
-    status = ExitStatus(pid);
-    if (status == 0) pid = control->child;
+    if (ExitStatus() == 0) pid = control->child;
     return pid > 0;
   }
-  bool Listens() const {
-    return Read(IsInteractive() ? "console" : "verbose.log").find("Listening...\n") != std::string::npos;
-  }
+  bool Listens() const { return Has(IsInteractive() ? "console" : "verbose.log", "Listening...\n"); }
   // What is there when nothing is under way.
   void Settle() {
     (void)WaitFor([this] { return Working().empty(); });
@@ -135,20 +106,9 @@ class TWatched : public Agent {
     if (reply.rfind("300\nCannot overwrite", 0) == 0) fs::remove(At("@/tav.cfg.New"));
   }
 
-  // True when the agent's process has ended; then with which status.
-  bool Ended() {
-    int state = 0;
-    if (pid == 0) return true;
-    if (waitpid(pid, &state, WNOHANG) != pid) return false;
-    pid = 0;
-    status = WIFSIGNALED(state) ? 256 + WTERMSIG(state) : WEXITSTATUS(state);
-    return true;
-  }
-  bool Serves() const { return FirstLine(Ask("GetInfo")) == "200"; }
-
   // What still runs or is left; empty: nothing.
   std::string Unrest() {
-    if (Ended()) return "the agent has ended with " + std::to_string(status);
+    if (HasEnded()) return "the agent has ended with " + std::to_string(status);
     if (Descriptors(pid) > descriptors) return "a descriptor stays:" + OpenFiles();
     if (!fs::is_empty(folder + "/tmp")) return "a temporary file stays";
     for (const std::string& name : Names())
@@ -161,7 +121,6 @@ class TWatched : public Agent {
     return what;
   }
 
-  int status = 0;
   const int ports[2] = {port, FreePort()};
   TFaultControl* control = nullptr;
 
@@ -179,11 +138,11 @@ class TWatched : public Agent {
     return all;
   }
   std::string Working() const {
-    const std::string tasks = "../../proc/" + std::to_string(pid) + "/task/";
+    const std::string tasks = "/proc/" + std::to_string(pid) + "/task/";
     size_t threads = 0;
-    for (const auto& task : fs::directory_iterator(At("@/" + tasks))) {
-      const std::string name = tasks + task.path().filename().string(), stat = Read(name + "/stat");
-      if (!Read(name + "/children").empty()) return "a child stays";
+    for (const auto& task : fs::directory_iterator(tasks)) {
+      const std::string name = tasks + task.path().filename().string(), stat = ReadAll(name + "/stat");
+      if (!ReadAll(name + "/children").empty()) return "a child stays";
       if (stat.compare(stat.rfind(')') + 2, 1, "S") != 0) return "a thread goes on";
       ++threads;
     }
@@ -230,7 +189,7 @@ void Loop(const TCase& row, TFindings& findings) {
       fired = agent.Disarm();
       if (agent.pid == 0) agent.Launch();
       if (what.empty() && !(what = row.act(agent, kNoFault)).empty()) what = "then: " + what;
-      if (what.empty() && !WaitFor([&] { return agent.pid == 0 || IsAlone(agent); }))
+      if (what.empty() && !WaitFor([&] { return agent.pid == 0 || agent.Tells("ActiveConnections=1"); }))
         what = "a session counts for ever";
       const std::lock_guard<std::mutex> lock(findings.mutex);
       findings.tried[kind] += fired;
@@ -294,8 +253,8 @@ std::string MovePort(TWatched& agent, int kind) {
   const bool arrived = WaitFor([&] {
     for (const int port : {target, before}) {
       agent.port = port;
-      if (agent.Ended()) return true;
-      if (Connect(port).Descriptor() >= 0 && Tells(agent, "Port=" + std::to_string(port))) return true;
+      if (agent.HasEnded()) return true;
+      if (Connect(port).Descriptor() >= 0 && agent.Tells("Port=" + std::to_string(port))) return true;
     }
     return false;
   });
@@ -315,7 +274,7 @@ std::string Reload(TWatched& agent, int kind) {
 
 // Waits until the agent has ended as it should, or rests.
 std::string AfterEnd(TWatched& agent, bool must) {
-  if (!WaitFor([&] { return agent.Ended() || (!must && agent.Unrest().empty()); }, 5)) return "does not end";
+  if (!WaitFor([&] { return agent.HasEnded() || (!must && agent.Unrest().empty()); }, 5)) return "does not end";
   const std::string unrest = agent.pid != 0 ? agent.AtRest() : "";
   if (agent.pid != 0) return unrest;  // it may have ended only now: its last child's files go first
   if (agent.status != 0) return "ended with " + std::to_string(agent.status);
@@ -330,21 +289,12 @@ std::string Quit(TWatched& agent, int kind) {
 std::string Upgrade(TWatched& agent, int kind) {
   const std::string file = "#!/bin/sh\necho $* >args\n#" + std::string(2000, '#');
   agent.Write("args", "");
-  std::string got, what;
-  {
-    const Socket socket = Open(agent, "UpgradeCode\r\n" + std::to_string(file.size()) + "\r\n", got);
-    what = Judge(kind, got, "200");
-    if (!what.empty() || got != "200") return what.empty() ? agent.AtRest() : what;
-    socket.Send(file + Cipher(Direction::kSeal, Md5(file), "session"));
-    got = ReadReply(socket, "session");
-    what = Judge(kind, got, "200");
-  }
-  if (!what.empty()) return what;
-  what = AfterEnd(agent, kind == kNoFault || kind == kInterrupted);
+  const std::string got = agent.Upgrade(file);
+  std::string what = Judge(kind, got, "200");
+  if (what.empty()) what = AfterEnd(agent, kind == kNoFault || kind == kInterrupted);
   if (!what.empty() || got != "200") return what;
   // The reply is sent before the hand-over, whose failure the log tells.
-  const bool stays =
-      agent.pid != 0 && agent.Read("log2.txt").find("cannot start upgrading script") != std::string::npos;
+  const bool stays = agent.pid != 0 && agent.Has("log2.txt", "cannot start upgrading script");
   const bool whole = agent.Read("old") == file && agent.Read("args") == agent.At("-i @/tav.cfg\n");
   return whole || stays ? "" : "the new program does not run";
 }
@@ -353,10 +303,10 @@ std::string Upgrade(TWatched& agent, int kind) {
 std::string StartUp(TWatched& agent, int kind) {
   agent.Begin();
   const bool begun = agent.IsInteractive() || agent.Daemonize();
-  if (begun) (void)WaitFor([&] { return agent.Ended() || agent.Listens(); }, 5);
+  if (begun) (void)WaitFor([&] { return agent.HasEnded() || agent.Listens(); }, 5);
   agent.Disarm();
   if (agent.pid != 0 && agent.Serves()) return agent.AtRest();
-  (void)WaitFor([&] { return agent.Ended(); }, 5);
+  (void)WaitFor([&] { return agent.HasEnded(); }, 5);
   const std::string told = agent.Console() + agent.Read("log2.txt");
   const std::string ending = "ends with " + std::to_string(agent.status) + ": " + told.substr(told.find("Command"));
   if (agent.pid != 0) return "does not serve";
@@ -364,106 +314,24 @@ std::string StartUp(TWatched& agent, int kind) {
   return may && std::regex_search(told, std::regex("rror|annot")) ? "" : ending;
 }
 
-// ---- peers of the tests ----
-
-// Answers each connection or datagram until it goes.
-class TPeer {
- public:
-  explicit TPeer(bool isTcp) : tcp(isTcp), socket(isTcp ? ServeTcp() : ServeUdp()), thread([this] { Run(); }) {}
-  ~TPeer() { over = true, thread.join(); }
-  std::string Port() const { return std::to_string(socket.Port()); }
-
- private:
-  void Run() const {
-    char data[512];
-    sockaddr_in from{};
-    socklen_t length = sizeof from;
-    for (pollfd wait{socket.Descriptor(), POLLIN, 0}; !over;) {
-      if (poll(&wait, 1, 50) != 1) continue;
-      if (tcp) {
-        const Socket client = Accept(socket);
-        client.Send("PONG");
-        client.Receive(5);
-      } else if (recvfrom(socket.Descriptor(), data, sizeof data, 0, reinterpret_cast<sockaddr*>(&from), &length) >
-                 0) {
-        sendto(socket.Descriptor(), "PONG", 4, 0, reinterpret_cast<sockaddr*>(&from), length);
-      }
-    }
-  }
-
-  const bool tcp;
-  std::atomic<bool> over{false};
-  const Socket socket;
-  std::thread thread;
-};
-
-// "T" stands for the port of a peer by TCP, "U" for one by UDP.
-const char kRequests[] = R"(
-  TEST-UNC|@/t => ~200| *\d+| *\d+| *\d+|\d+
-  TEST-DiskSpace => 500|Not applicable for UNIX/Linux
-  TEST-FolderSize|@/t|1 => 200|    19
-  TEST-FolderSize|@/t/%newestfolder%/*.txt|1||||||1 => 200|     6
-  TEST-FileExists|@/t/a* => ~200|    10|\d{14}|\d{14}|@/t/a.txt|min|\d+
-  TEST-FileExists|@/t/%newestfolder%/%oldestfile%||||||1 => ~200|     5|\d{14}|\d{14}|@/t/s/b.txt|min|\d+
-  TEST-FileCompare|1|@/x|@/y|0|0|1 => 200|1
-  TEST-FileCompare|2|@/y|@/x => 200|1
-  TEST-FileCompare|3|@/y|cde|1|0 => 200|1
-  TEST-FileCRC|@/crc => 200|2023187561
-  TEST-CountFiles|@/t|*|1|0|0 => 200|4
-  TEST-CountFiles|@/t|*|1|5|0 => 200|2
-  TEST-CountFiles|@/t|*|0|1|60 => 200|1
-  TEST-CountFiles|@/t|*|1|3|2 => 200|3
-  TEST-CountFiles|@/deep|*|1|0|0 => 200|1
-  TEST-Process||one two => 200|2
-  TEST-Service => 500|Not applicable for UNIX/Linux
-  TEST-NTLog => 500|Not applicable for UNIX/Linux
-  TEST-CPU => 200|12.5000
-  TEST-PerfCounter => 500|Not applicable for UNIX/Linux
-  TEST-Script => 500|not implemented yet
-  TEST-SNMP => 500|not implemented yet
-  TEST-ExternalPrg|sh -c 'exit 3'|||0 => 200|3
-  TEST-ExternalPrg|/no/such|||-1 => 301|exec error
-  TEST-Ping => 500|not implemented yet
-  TEST-TCP|127.0.0.1|T|5000|PING|4 => ~200|\d+|PONG
-  TEST-TCP|localhost|T|5000||4 => ~200|\d+|PONG
-  TEST-UDP|127.0.0.1|U|5000|1|x|4 => ~200|\d+|PONG
-  TEST-TextLog2|@/lines.txt|0|1|1|1|'alpha' or 'x'|1|1|0|1|'beta'|1|1|0 => ~200|     1|alpha beta 12345|0|    25|[-\d| ]*@/lines.txt
-  TEST-TextLog2|@/t/*.txt|0|1|1|1|34|0|0|0| => ~200|     4|012345678|0|    10|[-\d| ]*@/t/a.txt
-  TEST-ShellScript|sh %script% %params% |echo a%0D%0Aecho scriptres:5 $1%0D%0Aecho b|p|5|1 => 200|scriptres:5 p|a%0D%0A
-  ACT-ExternalCmd|test -f a.txt|@/t|0|0 => 200|0
-  ACT-TCPUDPsend|127.0.0.1|T|0|x|0| => 200|Data has been sent
-  ACT-TCPUDPsend|127.0.0.1|U|1|x|0|y => 200|Data has been sent
-  ACT-Syslog|127.0.0.1|U|1|5|disk full => 200|Syslog: Data to 127.0.0.1 has been sent
-  GetProcessesList => 200|a%0D%0Ab%0D%0Ab%0D%0A
-  GetServicesList => 500|Not applicable for UNIX/Linux
-  GetEventLogFiles => 500|Not applicable for UNIX/Linux
-  GetEventLogSources => 500|Not applicable for UNIX/Linux
-  GetDriveList => 500|not implemented yet
-  GetFilesList|@/t/*||1|1|1|1|1|0|0 => ?
-  GetFilesList|@/t/s/*.txt|*.h|0|1|1|1|0|0|0 => ?
-  ReloadCfg => 200|Ok
-  NoSuchCommand => 500)";
-
 TEST(FaultLoop, WhateverFailsTheAnswerIsRightOrAnErrorAndNothingStays) {
   if (Sanitized()) GTEST_SKIP() << "a sanitizer brings an allocator and calls of its own";
-  const TPeer tcp(true), udp(false);
+  const Counterpart tcp(true), udp(false);
   std::vector<TCase> cases = {
       {"start-up", StartUp, "", true, {"-i"}},
       {"start-up of a daemon", StartUp, "", true, {"-d", "-v"}},
       {"UpgradeCode", Upgrade, "tavpath=@/old\n"},
       {"SetSettings", Save},
       {"port move", MovePort},
-      {"ReloadApp", Reload, "tavpath=@/agent\n"},
+      {"ReloadApp", Reload, "tavpath=@/start\n"},
       {"QUIT", Quit},
       {"GetInfo", Same("GetInfo")},
       {"GetInfo, logged", Same("GetInfo"), "logsuccess=1\n", false, {"-d", "-v"}},
       {"GetSettings", Same("GetSettings")},
+      {"ReloadCfg", Plain("ReloadCfg", "200|Ok")},
   };
-  for (Exchange row : Rows(kRequests)) {
-    row.request = std::regex_replace(row.request, std::regex("\\|T\\|"), "|" + tcp.Port() + "|");
-    row.request = std::regex_replace(row.request, std::regex("\\|U\\|"), "|" + udp.Port() + "|");
-    cases.push_back({row.request, row.reply == "?" ? Same(row.request) : Plain(row.request, row.reply)});
-  }
+  for (const Question& question : EveryCommand(tcp, udp))
+    cases.push_back({question.request, Plain(question.request, question.reply)});
   const char* const only = getenv("TAV_FAULT_LOOP");  // a part of the names
   TFindings findings;
   std::atomic<size_t> next{0};

@@ -19,10 +19,6 @@ namespace fs = std::filesystem;
 inline const double kPrompt = Sanitized() ? 30 : 10;
 inline const long kMostKib = Sanitized() ? 1L << 40 : 64 * 1024;
 
-inline void Sleep(double seconds) {
-  std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-}
-
 // A number from /proc/PID/status, such as "Threads:".
 inline long StatusOf(pid_t pid, const std::string& field) {
   std::ifstream in("/proc/" + std::to_string(pid) + "/status");
@@ -38,7 +34,7 @@ inline long Descriptors(pid_t pid) {
 
 // Of an agent that has begun to serve and has nothing to do: the least, as a session may just be ending.
 inline long RestingDescriptors(const Agent& agent) {
-  EXPECT_EQ("200", FirstLine(agent.Ask("GetInfo")));
+  EXPECT_TRUE(agent.Serves());
   long least = Descriptors(agent.pid);
   for (int i = 0; i < 20; ++i, Sleep(0.01)) least = std::min(least, Descriptors(agent.pid));
   return least;
@@ -55,27 +51,10 @@ inline double CpuSeconds(pid_t pid) {
 inline void ExpectServed(const Agent& agent, int times = 1) {
   for (int i = 0; i < times; ++i) {
     const Stopwatch watch;
-    EXPECT_EQ("200", FirstLine(agent.Ask("GetInfo")));
+    EXPECT_TRUE(agent.Serves());
     EXPECT_LT(watch.Seconds(), kPrompt);
   }
   EXPECT_LT(StatusOf(agent.pid, "VmHWM:"), kMostKib);
-}
-
-inline bool Tells(const Agent& agent, const std::string& line) {
-  return agent.Ask("GetInfo").find("\n" + line + "\n") != std::string::npos;
-}
-
-// No session but the one that asks.
-inline bool IsAlone(const Agent& agent) {
-  return Tells(agent, "ActiveConnections=1");
-}
-
-// Sends a request and takes its reply; the connection stays open for more.
-inline Socket Open(const Agent& agent, const std::string& text, std::string& reply) {
-  const Socket socket = Connect(agent.port);
-  socket.Send(Seal(text, agent.password, "session").Bytes());
-  reply = ReadReply(socket, "session");
-  return socket;
 }
 
 inline std::vector<Socket> Crowd(const Agent& agent, size_t count) {

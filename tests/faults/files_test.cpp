@@ -16,7 +16,13 @@ const char* const kPlants[] = {"symlink", "hard link", "pipe", "folder"};
 
 // An agent whose folder has a file that must not be touched.
 struct TGarden : Agent {
-  TGarden() { Write("victim", "precious"), fs::permissions(At("@/victim"), fs::perms::owner_read); }
+  TGarden() { PlaceVictim(); }
+
+  void PlaceVictim() const {
+    fs::remove(At("@/victim"));
+    Write("victim", "precious");
+    fs::permissions(At("@/victim"), fs::perms::owner_read);
+  }
 
   // Puts something at `path` that a careless writer would follow, write into, wait for or stumble over.
   void Plant(const std::string& what, const std::string& path) const {
@@ -60,27 +66,25 @@ TEST(Files, PlantedAtGuessableNamesAreNeitherFollowedNorAnObstacle) {
   const struct {
     const char *name, *request, *reply, *atFolder;
   } rows[] = {
-      {"@/tmp/tav__.upd", "UpgradeCode\r\n300\r\n", "200", "300\nCannot create temp file"},
-      {"@/tav.cfg.New", "SetSettings\r\nComment=new\r\n", "200",
-       "300\nCannot create new configuration file '@/tav.cfg.New'"},
-      {"@/tav.cfg.Old", "SetSettings\r\nComment=newer\r\n", "200", "200"},
-      {"output", "TEST-Process\r\n\r\nx\r\n", "200\n7", "301\nCannot get script results"},
-      {"note", "TEST-ExternalPrg\r\n/no/such\r\n\r\n\r\n0\r\n", "301\nexec error: No such file or directory",
-       "200\n255"},
+      {"@/tmp/tav__.upd", "UpgradeCode|300", "200", "300|Cannot create temp file"},
+      {"@/tav.cfg.New", "SetSettings|Comment=new", "200",
+       "300|Cannot create new configuration file '@/tav.cfg.New'"},
+      {"@/tav.cfg.Old", "SetSettings|Comment=newer", "200", "200"},
+      {"output", "TEST-Process||x", "200|7", "301|Cannot get script results"},
+      {"note", "TEST-ExternalPrg|/no/such|||0", "301|exec error: No such file or directory", "200|255"},
   };
   for (const std::string what : kPlants) {
     for (const auto& row : rows) {
-      const std::string where = what + " at " + row.name,
-                        want = agent.At(what == "folder" ? row.atFolder : row.reply);
+      const std::string where = what + " at " + row.name;
+      const std::string want = Replaced(agent.At(what == "folder" ? row.atFolder : row.reply), "|", "\n");
       bool met = false;
       for (int guess = 0; guess < 20 && !met; ++guess) {
         const std::vector<std::string> paths = agent.Guess(row.name);
         for (const std::string& path : paths) agent.Plant(what, path);
-        std::string reply;
-        Open(agent, row.request, reply);
-        EXPECT_TRUE(WaitFor([&] { return IsAlone(agent); })) << where;
+        const std::string reply = ReadReply(agent.Send(row.request));
+        EXPECT_TRUE(agent.IsAlone()) << where;
         met = what == "folder" ? reply == want : !std::all_of(paths.begin(), paths.end(), agent.Stands);
-        EXPECT_TRUE(!met || reply == want) << where << " gave " << reply;
+        EXPECT_EQ(met ? want : "", met ? reply : "") << where;
         agent.ExpectUntouched(where);
         for (const std::string& path : paths) fs::remove(path);
       }
@@ -90,13 +94,8 @@ TEST(Files, PlantedAtGuessableNamesAreNeitherFollowedNorAnObstacle) {
   EXPECT_TRUE(agent.TempFolderIsEmpty());
 }
 
-// Replaces the agent by a script that writes its arguments into the file "args"; the last reply.
-std::string Upgrade(const Agent& agent) {
-  std::string reply, file = "#!/bin/sh\necho $* >args\n#" + std::string(200, '#');
-  const Socket socket = Open(agent, "UpgradeCode\r\n" + std::to_string(file.size()) + "\r\n", reply);
-  socket.Send(file + Cipher(Direction::kSeal, Md5(file), "session"));
-  return ReadReply(socket, "session");
-}
+// A program that writes its arguments into the file "args".
+const std::string kNext = "#!/bin/sh\necho $* >args\n#" + std::string(200, '#');
 
 // Cure: the upgrade's script is made anew, and the pid file is opened through no link and only as a plain file.
 TEST(Files, PlantedAtTheUpgradeScriptAndThePidFile) {
@@ -105,10 +104,9 @@ TEST(Files, PlantedAtTheUpgradeScriptAndThePidFile) {
     agent.Write("old", "the program before");
     for (const char* path : {"@/its.pid", "@/tmp/tavupd__.sh"}) agent.Plant(what, agent.At(path));
     agent.Start("tavpath=@/old\npidfile=@/its.pid\nverboselogfile=verbose.log\n", {"-d", "-v"});
-    EXPECT_NE(std::string::npos, agent.Read("log2.txt").find("Failed to create pid file " + agent.At("@/its.pid")));
-    const std::string reply = Upgrade(agent);
+    EXPECT_TRUE(agent.Has("log2.txt", "Failed to create pid file " + agent.At("@/its.pid"))) << what;
     const bool refused = what == "folder";
-    EXPECT_EQ(refused ? "300\nBinary code transferred. Cannot create script file" : "200", reply);
+    EXPECT_EQ(refused ? "300\nBinary code transferred. Cannot create script file" : "200", agent.Upgrade(kNext));
     const std::string want = refused ? "" : agent.At("-d -v @/tav.cfg\n");
     EXPECT_TRUE(WaitFor([&] { return agent.Read("args") == want; })) << what;
     agent.ExpectUntouched(what);
@@ -131,7 +129,7 @@ TEST(Files, PlantedInASharedTemporaryFolderBlockNothing) {
                  "~200|@/open @/open/tav-[0-9]+" + std::string(what == "" ? "" : "-[^/]{6}") + "/tmp-.*|");
     agent.ExpectRows("", R"(TEST-Process||x => 200|7 ; GetProcessesList => 200|7%0D%0A7%0D%0A
       TEST-ExternalPrg|/no/such|||0 => 301|exec error: No such file or directory)");
-    EXPECT_EQ("200", Upgrade(agent)) << what;
+    EXPECT_EQ("200", agent.Upgrade(kNext)) << what;
     EXPECT_TRUE(WaitFor([&] { return agent.Read("args") == agent.At("-i @/tav.cfg\n"); })) << what;
     agent.ExpectUntouched(what);
     EXPECT_TRUE(what != "folder" || fs::is_empty(own)) << what;
@@ -144,26 +142,29 @@ TEST(Files, PlantedLogsAreNeitherFollowedNorFed) {
   for (const char* folder : {"@/open", "@/shut"}) fs::create_directory(agent.At(folder));
   fs::permissions(agent.At("@/open"), fs::perms::all);
   agent.Start("badlogfile=@/open/log\nverboselogfile=@/shut/log\n", {"-i", "-v"});
-  for (const std::string what : {"", "symlink", "hard link", "pipe"}) {
-    for (const std::string folder : {"open/log", "shut/log"}) {
-      const bool follows = folder == "shut/log" && what.find("link") != std::string::npos;
-      agent.Plant(what, agent.At("@/" + folder));
-      const int reader = what != "pipe" ? -1 : open(agent.At("@/" + folder).c_str(), O_RDONLY | O_NONBLOCK);
-      agent.Ask("Word-" + std::to_string(agent.Count("Unknown")));
-      char c;
-      EXPECT_TRUE(what != "pipe" || read(reader, &c, 1) <= 0) << folder;
-      close(reader);
-      if (!follows) agent.ExpectUntouched(what + " " + folder);
-      EXPECT_EQ(follows, agent.Read("victim").find("Word-") != std::string::npos) << what << " at " << folder;
-      EXPECT_TRUE(what != "" || agent.Read(folder).find("Word-") != std::string::npos) << folder;
-      fs::remove(agent.At("@/" + folder));
-      fs::remove(agent.At("@/victim"));
-      agent.Write("victim", "precious"), fs::permissions(agent.At("@/victim"), fs::perms::owner_read);
-    }
+  const struct {
+    const char *log, *what;
+    bool isFed;  // what was planted
+  } rows[] = {{"open/log", "", false},       {"shut/log", "", false},          {"open/log", "symlink", false},
+              {"shut/log", "symlink", true}, {"open/log", "hard link", false}, {"shut/log", "hard link", true},
+              {"open/log", "pipe", false},   {"shut/log", "pipe", false}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::string(row.what) + " at " + row.log);
+    const std::string path = agent.At("@/") + row.log, what = row.what;
+    agent.Plant(what, path);
+    const Socket reader(what != "pipe" ? -1 : open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    agent.Ask("Word");
+    char c;
+    EXPECT_TRUE(what != "pipe" || read(reader.Descriptor(), &c, 1) <= 0);
+    if (!row.isFed) agent.ExpectUntouched("");
+    EXPECT_EQ(row.isFed, agent.Has("victim", "Word"));
+    EXPECT_TRUE(what != "" || agent.Has(row.log, "Word"));
+    fs::remove(path);
+    agent.PlaceVictim();
   }
   agent.Plant("symlink", agent.At("@/open/log"));
   kill(agent.pid, SIGSEGV);
-  EXPECT_TRUE(WaitFor([&] { return agent.Read("shut/log").find("Segmentation fault!!") != std::string::npos; }));
+  EXPECT_TRUE(agent.Shows("Segmentation fault!!", "shut/log"));
   agent.ExpectUntouched("a fault");
 }
 
@@ -174,12 +175,11 @@ TEST(Files, AConfigurationOfALongNameKeepsItsOldContent) {
     const std::string name(length, 'n');
     agent.Write(name, agent.Defaults());
     agent.Launch({"-i", agent.At("@/" + name)});
-    for (const char* comment : {"first", "last"})
-      agent.Expect(std::string("SetSettings|Comment=") + comment, "200");
-    EXPECT_NE(std::string::npos, agent.Read(name + ".Old").find("comment=first")) << length;
-    EXPECT_NE(std::string::npos, agent.Read(name).find("comment=last")) << length;
-    const std::string kept = ".Old.New";
-    EXPECT_FALSE(fs::exists(agent.At("@/" + name.substr(0, 247) + kept))) << length;
+    for (const char* request : {"SetSettings|Comment=first", "SetSettings|Comment=last"})
+      agent.Expect(request, "200");
+    EXPECT_TRUE(agent.Has(name + ".Old", "comment=first")) << length;
+    EXPECT_TRUE(agent.Has(name, "comment=last")) << length;
+    EXPECT_FALSE(fs::exists(agent.At("@/" + name.substr(0, 247) + ".Old.New"))) << length;
   }
 }
 
@@ -197,7 +197,7 @@ TEST(Files, FoldersOfTwoThousandLevelsAreWalkedWithFewDescriptors) {
   }
   close(folder);
   long most = 0;
-  auto walk = std::async(std::launch::async, [&] { return agent.Ask("TEST-CountFiles|@/deep|*|1|0|0"); });
+  auto walk = agent.Asking("TEST-CountFiles|@/deep|*|1|0|0");
   while (walk.wait_for(std::chrono::seconds(0)) != std::future_status::ready)
     most = std::max(most, Descriptors(agent.pid));
   EXPECT_EQ("200\n4", walk.get());
@@ -234,13 +234,11 @@ TEST(Files, PipesSocketsAndDevicesAreAnsweredAtOnce) {
       EXPECT_LT(watch.Seconds(), kPrompt + 2) << request;  // a log that cannot be opened is tried three times
     }
   }
-  EXPECT_EQ("301\nCannot open file", agent.Ask("TEST-FileCRC|@/pipe"));
-  EXPECT_EQ("301\nRead error", agent.Ask("TEST-FileCRC|/dev/zero"));
   EXPECT_EQ(std::future_status::timeout, writer.wait_for(std::chrono::seconds(0))) << "its writer was woken";
   const Socket reader(open(agent.At("@/pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   writer.wait();
   fs::rename(agent.At("@/pipe"), agent.At("@/tav.cfg"));
-  EXPECT_EQ(agent.At("300\nCannot open configuration file '@/tav.cfg'"), agent.Ask("ReloadCfg"));
+  agent.Expect("ReloadCfg", "300|Cannot open configuration file '@/tav.cfg'");
   ExpectServed(agent);
 }
 

@@ -95,21 +95,19 @@ TEST(Processes, ASilentNameServerHoldsUpItsSessionsOnly) {
   Agent agent;
   agent.Write("resolv.conf", "nameserver 127.0.0.53\noptions timeout:3 attempts:1\n");
   agent.Write("nsswitch.conf", "hosts: dns\n");
-  agent.Write("inside",
-              "#!/bin/sh\nmount --bind resolv.conf /etc/resolv.conf && mount --bind nsswitch.conf "
-              "/etc/nsswitch.conf && exec " +
-                  AgentBinary() + " \"$@\"\n");
-  agent.program = agent.At("@/outside");
-  agent.Write("outside", "#!/bin/sh\nexec unshare -m ./inside \"$@\"\n");
+  agent.StartsBy(
+      "mount --bind resolv.conf /etc/resolv.conf && mount --bind nsswitch.conf /etc/nsswitch.conf && exec %");
+  fs::rename(agent.program, agent.At("@/inside"));
+  agent.Write("start", "#!/bin/sh\nexec unshare -m ./inside \"$@\"\n");
   agent.Start();
   const Stopwatch watch;
   std::vector<std::future<std::string>> lookups;
   for (const std::string request :
        {"TEST-TCP|a.test.|80|9|", "TEST-UDP|a.test.|80|9|1|x", "TEST-TCP|b.test.|80|9|"})
-    lookups.push_back(std::async(std::launch::async, [&agent, request] { return agent.Ask(request + "|0"); }));
-  EXPECT_TRUE(WaitFor([&] { return Tells(agent, "ActiveConnections=4"); })) << "the lookups hang";
+    lookups.push_back(agent.Asking(request + "|0"));
+  EXPECT_TRUE(WaitFor([&] { return agent.Tells("ActiveConnections=4"); })) << "the lookups hang";
   agent.Write("tav.cfg", agent.Defaults() + "host=c.test.\n");
-  EXPECT_EQ("200\nOk", agent.Ask("ReloadCfg"));
+  agent.Expect("ReloadCfg", "200|Ok");
   EXPECT_EQ("200", agent.Ask("SetSettings|Port=" + std::to_string(FreePort()))) << "moves to where that name is";
   ExpectServed(agent, 10);
   EXPECT_LT(watch.Seconds(), Sanitized() ? 30 : 3) << "the name server was not given up yet";
@@ -124,33 +122,29 @@ TEST(Processes, AnEarlyFaultIsToldAndSurvivedOnce) {
   const std::string end = "\t tav\t\t Segmentation fault!!\n";
   EXPECT_EQ("500", agent.Ask("NoSuch"));
   kill(agent.pid, SIGSEGV);
-  EXPECT_TRUE(agent.Shows("Segmentation fault!!\n") && WaitFor([&] {
-                const std::string log = agent.Read("log2.txt");
-                return log.find(end) == log.size() - end.size();
-              }));
+  EXPECT_TRUE(agent.Shows("Segmentation fault!!\n"));
+  EXPECT_TRUE(agent.Shows(end, "log2.txt"));
   EXPECT_EQ("500", agent.Ask("NoSuch"));
   const std::string log = agent.Read("log2.txt"), hour = log.substr(log.find(end) - 21, 14);
   EXPECT_TRUE(log.find(hour) == 0 || log.rfind(hour) > log.find(end)) << "the hour of a message beside it: " << log;
   kill(agent.pid, SIGSEGV);
-  EXPECT_EQ(256 + SIGSEGV, agent.ExitStatus(agent.pid));
+  EXPECT_EQ(256 + SIGSEGV, agent.ExitStatus());
   EXPECT_EQ(0u, agent.Count("Restarting..\n"));
 }
 
 // Cure: descriptors close on exec, what blocks does not wait, limits and signals are handed on as they were found.
 TEST(Processes, HandOnNothingThatIsTheAgentsOwn) {
   Agent agent;
-  agent.Write("inside", "#!/bin/sh\nulimit -Sn 200\nexec env --ignore-signal=CHLD " + AgentBinary() + " \"$@\"\n");
-  agent.program = agent.At("@/inside");
+  agent.StartsBy("ulimit -Sn 200; exec env --ignore-signal=CHLD %");
   agent.Start("", {"-d"});
   ASSERT_TRUE(WaitFor([&] { return agent.PidInFile() > 0; }));
   const std::string process = "/proc/" + std::to_string(agent.PidInFile());
-  EXPECT_EQ("200\n7", agent.Ask("TEST-ExternalPrg|sh -c 'exit 7'|||0")) << "how children end is not hidden";
-  EXPECT_EQ("200\n0", agent.Ask("TEST-ExternalPrg|sh -c 'test $(ulimit -Sn) = 200'|||0"));
+  agent.Expect("TEST-ExternalPrg|sh -c 'exit 7'|||0", "200|7");  // how children end is not hidden
+  agent.Expect("TEST-ExternalPrg|sh -c 'test $(ulimit -Sn) = 200'|||0", "200|0");
   EXPECT_EQ(0, system(("grep -qE '^Max open files +([0-9]+) +\\1 ' " + process + "/limits").c_str())) << "raised";
 
-  const Socket server = ServeTcp(), waits = Connect(agent.port), asks = Connect(agent.port);
-  const std::string probe = "TEST-TCP\r\n127.0.0.1\r\n" + std::to_string(server.Port()) + "\r\n9000\r\n\r\n1\r\n";
-  asks.Send(Seal(probe, agent.password, "session").Bytes());
+  const Socket server = ServeTcp(), waits = Connect(agent.port);
+  const Socket asks = agent.Send("TEST-TCP|127.0.0.1|" + std::to_string(server.Port()) + "|9000||1");
   const Socket probed = Accept(server);
   ExpectServed(agent);
   size_t sockets = 0;
@@ -169,9 +163,10 @@ TEST(Processes, HandOnNothingThatIsTheAgentsOwn) {
   const std::string alive = "ss -tnoH state established 'sport = :" + std::to_string(agent.port) + "'";
   EXPECT_EQ(0, system((alive + " | grep -q keepalive").c_str())) << "a peer that has vanished is noticed";
 
-  EXPECT_EQ("200\nOk", agent.Ask("ReloadApp"));
-  EXPECT_TRUE(waits.EndsSilently() && asks.EndsSilently() && probed.EndsSilently()) << "a restart lets go of them";
-  EXPECT_TRUE(WaitFor([&] { return FirstLine(agent.Ask("GetInfo")) == "200"; }));
+  agent.Expect("ReloadApp", "200|Ok");
+  for (const Socket& socket : {waits, asks, probed})
+    EXPECT_TRUE(socket.EndsSilently()) << "a restart lets go of them";
+  EXPECT_TRUE(WaitFor([&] { return agent.Serves(); }));
 }
 
 // Cure: the thread that broke starts the agent anew when the main thread can't.
@@ -190,8 +185,7 @@ TEST(Processes, AFaultUnderALockCostsNoMoreThanARestart) {
       return at != std::string::npos;
     });
   };
-  agent.program = agent.At("@/start");
-  agent.Write("start", "#!/bin/sh\nexec " + AgentBinary() + " \"$@\" >pipe\n");
+  agent.StartsBy("exec % >pipe");
   agent.Write("tav.pid", "1");  // the console is the pipe, and not waited for
   agent.Start("verboselogfile=verbose.log\n", {"-i", "-v"});
   ASSERT_TRUE(shows("Listening...\n", 1) && MakeOld(agent.pid));
@@ -199,7 +193,7 @@ TEST(Processes, AFaultUnderALockCostsNoMoreThanARestart) {
   ASSERT_TRUE(shows("TCP connection accepted\n", 1));
 
   while (write(pipe.Descriptor(), "", 1) == 1) continue;  // who speaks now waits, and holds the lock
-  broken.Send(Seal("GetInfo\r\n", agent.password, "session").Bytes());
+  broken.Send(agent.Sealed("GetInfo").Bytes());
   EXPECT_TRUE(WaitUntilTaken(broken) && WaitFor([&] { return SessionThread(agent.pid) != 0; }));
   Sleep(0.3);
   const Socket next = Connect(agent.port);  // of which the main thread speaks
@@ -207,11 +201,10 @@ TEST(Processes, AFaultUnderALockCostsNoMoreThanARestart) {
   if (!Break(agent.pid, SessionThread(agent.pid))) GTEST_SKIP() << "no process can be traced here";
   ASSERT_TRUE(shows("Listening...\n", 2));
   ExpectServed(agent);
-  const std::string failures = agent.Read("log2.txt"), all = agent.Read("verbose.log");
-  EXPECT_NE(std::string::npos, failures.find("Restarting..\n"));
-  EXPECT_EQ(std::string::npos, failures.find("Reload request")) << "nothing of that has failed";
-  EXPECT_NE(std::string::npos, all.find("Restarting..\n"));
-  EXPECT_NE(std::string::npos, all.find("\t tav\t\t Reload request received. Executing..\n"));
+  EXPECT_TRUE(agent.Has("log2.txt", "Restarting..\n"));
+  EXPECT_FALSE(agent.Has("log2.txt", "Reload request")) << "nothing of that has failed";
+  EXPECT_TRUE(agent.Has("verbose.log", "Restarting..\n"));
+  EXPECT_TRUE(agent.Has("verbose.log", "\t tav\t\t Reload request received. Executing..\n"));
 }
 
 // Cure: what is removed is the file that is held, not the one that the settings name by then.
@@ -224,15 +217,14 @@ TEST(Processes, ARestartAfterAFaultRemovesItsOwnPidFileOnly) {
   struct flock lock {};
   lock.l_type = F_WRLCK;
   ASSERT_EQ(0, fcntl(other.Descriptor(), F_SETLK, &lock));
-  EXPECT_EQ("200\nOk", agent.Ask("ReloadCfg"));
-  auto script =
-      std::async(std::launch::async, [&] { return agent.Ask("TEST-ShellScript|/bin/sh %script%|sleep 3||20|0"); });
+  agent.Expect("ReloadCfg", "200|Ok");
+  auto script = agent.Asking("TEST-ShellScript|/bin/sh %script%|sleep 3||20|0");
   EXPECT_TRUE(WaitFor([&] { return !Children(pid).empty(); }));
   ASSERT_TRUE(MakeOld(pid));
   Sleep(1.5);  // whoever keeps up with the settings has done so
   kill(pid, SIGSEGV);
   EXPECT_TRUE(WaitFor([&] { return !fs::exists(agent.At("@/tav.pid")); }));
-  EXPECT_TRUE(WaitFor([&] { return agent.Read("log2.txt").find("Failed to lock pid file") != std::string::npos; }));
+  EXPECT_TRUE(agent.Shows("Failed to lock pid file", "log2.txt"));
   EXPECT_EQ("another's\n", agent.Read("other"));
   EXPECT_EQ("closed", script.get());
   EXPECT_TRUE(agent.TempFolderIsEmpty());
@@ -243,14 +235,13 @@ TEST(Processes, RestartsAndEndsLeaveNothingOfTheRequestsUnderWay) {
   for (const char* command : {"ReloadApp", "QUIT"}) {
     Agent agent("");
     for (int i = 0; i < 3; ++i) EXPECT_EQ("200\n0", agent.Ask("TEST-ExternalPrg|sleep 2|||-1"));
-    std::string reply;
-    const Socket upgrade = Open(agent, "UpgradeCode\r\n300\r\n", reply);
+    const Socket upgrade = agent.Send("UpgradeCode|300");
+    EXPECT_EQ("200", ReadReply(upgrade));
     upgrade.Send(std::string(200, 'n'));
-    auto script = std::async(std::launch::async,
-                             [&] { return agent.Ask("TEST-ShellScript|/bin/sh %script%|sleep 3||20|0"); });
+    auto script = agent.Asking("TEST-ShellScript|/bin/sh %script%|sleep 3||20|0");
     EXPECT_TRUE(WaitFor([&] { return std::distance(fs::directory_iterator(agent.At("@/tmp")), {}) == 3; }))
         << "a script, its output, an upgrade";
-    EXPECT_EQ("200\nOk", agent.Ask(command));
+    agent.Expect(command, "200|Ok");
     EXPECT_EQ("closed", script.get());
     EXPECT_TRUE(agent.TempFolderIsEmpty()) << command;
     if (command == std::string("QUIT")) break;

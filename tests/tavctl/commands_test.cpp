@@ -103,7 +103,7 @@ TEST_F(TavctlCommands, ReachAllOfTheWire) {
     if (name == "ReloadApp") Run("wait --for 5");
   }
   Expect({{"stop --yes", 0}, {"wait --for 0.3", 75}});
-  EXPECT_EQ(0, agent.ExitStatus(agent.pid));
+  EXPECT_EQ(0, agent.ExitStatus());
 }
 
 TEST_F(TavctlCommands, EndWithTheStatusOfWhatWentWrong) {
