@@ -1,10 +1,9 @@
-// Probes and sends against real counterparts on the loopback interface.
+// Probes and sends against real counterparts on the loopback interface, and what a peer that goes puts an end to.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
 #include <filesystem>
 #include <functional>
-#include <regex>
 
 #include "agent_fixture.h"
 
@@ -30,43 +29,6 @@ TEST(Network, ProbesWaitForAnAnswer) {
   const Socket mute = ServeUdp();
   agent.Expect(To("TEST-UDP", mute.Port()) + "300|2|hey|10", "301|Timeout|0");
   EXPECT_EQ("heyhey", mute.Receive(1) + mute.Receive(1) + mute.Receive(0.1));
-}
-
-TEST(Network, SendsOneOrTwoPieces) {
-  Agent agent("tcpudpaction=1\nsyslogaction=1\n");
-  const Socket server = ServeTcp(), datagrams = ServeUdp();
-  std::future<std::string> sent = agent.Asking(To("ACT-TCPUDPsend", server.Port()) + "0|one%0A|1|two");
-  const Socket client = Accept(server);
-  EXPECT_EQ("one\n", client.Receive());
-  const Stopwatch pause;
-  EXPECT_EQ("two", client.Receive());
-  EXPECT_GT(pause.Seconds(), 0.7);
-  EXPECT_EQ("200\nData has been sent", sent.get());
-  EXPECT_TRUE(client.EndsSilently());
-
-  const Stopwatch watch;
-  agent.Expect(To("ACT-TCPUDPsend", datagrams.Port()) + "1|data|60|", "200|Data has been sent");
-  EXPECT_LT(watch.Seconds(), 30) << "without second data nothing waits";
-  EXPECT_EQ("data", datagrams.Receive());
-  agent.Expect(To("ACT-Syslog", datagrams.Port()) + "1|5|disk full%0Anow",
-               "200|Syslog: Data to 127.0.0.1 has been sent");
-  EXPECT_TRUE(Matches(datagrams.Receive(),
-                      "~<13>[A-Z][a-z]{2}[ 123][0-9] [0-2][0-9]:[0-5][0-9]:[0-5][0-9] "
-                      "[0-9]+(\\.[0-9]+){3} ZO TAV: disk full|now"));
-}
-
-TEST(Network, SendsAnswerWithWhatWentWrong) {
-  const Agent agent("tcpudpaction=1\nsyslogaction=1\n");
-  agent.Expect(To("ACT-TCPUDPsend", FreePort()) + "0|x|0|", "301");
-  agent.Expect(To("ACT-TCPUDPsend", FreePort()) + "1|x|0|", "200|Data has been sent");
-  agent.Expect("ACT-Syslog|" + kNoHost + "|514|1|5|x", "200|Syslog: Data to " + kNoHost + " has been sent");
-  agent.ExpectRows("ACT-", R"(
-    TCPUDPsend||9|0|x|0| => 501|Wrong parameter
-    TCPUDPsend|127.0.0.1|9|0||0| => 501|Wrong parameter
-    TCPUDPsend|127.0.0.1|9|0|x|x| => 501|Wrong parameter
-    Syslog|127.0.0.1|9|1|8|x => 501|Wrong parameter
-    Syslog|127.0.0.1|9|1|-1|x => 501|Wrong parameter
-    Syslog|127.0.0.1|9|x|1|x => 501|Wrong parameter)");
 }
 
 // Sends a request and resets the connection once it is being carried out.

@@ -8,7 +8,7 @@
 namespace {
 
 TEST(Scripts, AnswerWithWhatIsMissingOrWentWrong) {
-  const Agent agent("executeaction=1\n");
+  const Agent agent("");
   agent.Write("plain", "not a program");
   agent.ExpectRows("", R"(
     TEST-Process||one => 301|ProcCnt script is not speified
@@ -17,12 +17,7 @@ TEST(Scripts, AnswerWithWhatIsMissingOrWentWrong) {
     TEST-ExternalPrg||||0 => 501
     TEST-ExternalPrg|true|||x => 501|Wrong parameter
     TEST-ExternalPrg|sh -c 'kill -9 $$'|||0 => 301|abnormal termination
-    TEST-ExternalPrg|sleep 60|||-1000 => 301|abnormal termination
-    ACT-ExternalCmd => 501|Command line to execute is not specified
-    ACT-ExternalCmd|true||x|0 => 501|Wrong parameter
-    ACT-ExternalCmd|true||0|x => 501|Wrong parameter
-    ACT-ExternalCmd|true|/no/such|0|0 => 200|0
-    ACT-ExternalCmd|@/plain||0|0 => 301|exec error: Permission denied
+    TEST-ExternalPrg|@/plain|||0 => 301|exec error: Permission denied
     TEST-ShellScript|echo as it stands|no script||0|1 => 200|as it stands|as it stands%0D%0A
     TEST-ShellScript|%SCRIPT% a|#!/bin/sh%0Aecho $#||x|0 => 200|1|
     TEST-ShellScript|sh %script% a|echo no scriptres:1; echo b||5|0 => 200|b|

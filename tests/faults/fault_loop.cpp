@@ -22,13 +22,17 @@ constexpr double kRestSeconds = 4;  // children left to themselves are looked af
 const char* const kNames[kFaultKinds] = {"none", "memory", "descriptors", "processes",
                                          "disk", "status", "interrupted"};
 
+bool MustSucceed(int kind) {
+  return kind == kNoFault || kind == kInterrupted;
+}
+
 // What is wrong with a reply; empty: nothing.
 std::string Judge(int kind, const std::string& got, const std::string& want) {
   if (Matches(got, want)) return "";
   if (got == "closed" && (kind == kMemory || kind == kProcesses)) return "";
   static const std::regex error("(30[01]|501|600)(\n[^]*)?");
   const bool told = std::regex_match(got, error) && got.find("(and the") == std::string::npos;
-  return told && kind != kNoFault && kind != kInterrupted ? "" : "answered \"" + got.substr(0, 120) + "\"";
+  return told && !MustSucceed(kind) ? "" : "answered \"" + got.substr(0, 120) + "\"";
 }
 
 // An agent of which single calls are made to fail.
@@ -245,7 +249,6 @@ std::string Save(TWatched& agent, int kind) {
 }
 
 std::string MovePort(TWatched& agent, int kind) {
-  static const std::regex line("\nPort=(\\d+)\n");
   const int before = agent.port, target = agent.ports[before == agent.ports[0]];
   const std::string got = agent.Ask("SetSettings|Port=" + std::to_string(target)), what = Judge(kind, got, "200");
   if (!what.empty()) return what;
@@ -259,8 +262,7 @@ std::string MovePort(TWatched& agent, int kind) {
     return false;
   });
   if (!arrived) return "serves on neither port";
-  const bool must = kind == kNoFault || kind == kInterrupted;
-  return must && agent.port != target ? "stays on the old port" : agent.AtRest();
+  return MustSucceed(kind) && agent.port != target ? "stays on the old port" : agent.AtRest();
 }
 
 std::string Reload(TWatched& agent, int kind) {
@@ -291,7 +293,7 @@ std::string Upgrade(TWatched& agent, int kind) {
   agent.Write("args", "");
   const std::string got = agent.Upgrade(file);
   std::string what = Judge(kind, got, "200");
-  if (what.empty()) what = AfterEnd(agent, kind == kNoFault || kind == kInterrupted);
+  if (what.empty()) what = AfterEnd(agent, MustSucceed(kind));
   if (!what.empty() || got != "200") return what;
   // The reply is sent before the hand-over, whose failure the log tells.
   const bool stays = agent.pid != 0 && agent.Has("log2.txt", "cannot start upgrading script");
@@ -310,7 +312,7 @@ std::string StartUp(TWatched& agent, int kind) {
   const std::string told = agent.Console() + agent.Read("log2.txt");
   const std::string ending = "ends with " + std::to_string(agent.status) + ": " + told.substr(told.find("Command"));
   if (agent.pid != 0) return "does not serve";
-  const bool may = kind != kNoFault && kind != kInterrupted && agent.status >= 1 && agent.status <= 4;
+  const bool may = !MustSucceed(kind) && agent.status >= 1 && agent.status <= 4;
   return may && std::regex_search(told, std::regex("rror|annot")) ? "" : ending;
 }
 

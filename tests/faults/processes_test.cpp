@@ -15,28 +15,16 @@ namespace {
 // Sets the time of the agent's start back by a quarter of an hour.  It is a second of the monotonic clock, behind
 // the words that are raised, which are zero.
 bool MakeOld(pid_t pid) {
-  const std::string process = "/proc/" + std::to_string(pid);
-  const Socket memory(open((process + "/mem").c_str(), O_RDWR | O_CLOEXEC));
+  const Socket memory(open(("/proc/" + std::to_string(pid) + "/mem").c_str(), O_RDWR | O_CLOEXEC));
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
-  const std::string program = fs::read_symlink(process + "/exe");
-  std::ifstream maps(process + "/maps");
-  long words[512];
-  off_t at = 0, end = 0;
-  for (std::string line; std::getline(maps, line);) {  // its own variables, those without a value behind the others
-    const off_t before = end;
-    const bool writable =
-        sscanf(line.c_str(), "%lx-%lx rw", &at, &end) == 2 && line.find(" rw") != std::string::npos;
-    const bool own = line.find(program) != std::string::npos;
-    if (!own && at != before) end = 0;
-    if (!writable || end == 0) continue;
-    for (; at < end; at += sizeof words) {
-      if (pread(memory.Descriptor(), words, sizeof words, at) != sizeof words) return false;
-      for (size_t i = 2; i < std::size(words); ++i) {
-        if (words[i - 2] != 0 || words[i - 1] != 0 || words[i] < now.tv_sec - 60 || words[i] > now.tv_sec) continue;
-        const long old = words[i] - 900;
-        return pwrite(memory.Descriptor(), &old, sizeof old, at + static_cast<off_t>(i * sizeof old)) > 0;
-      }
+  for (const TMemory& part : MemoryOf(pid)) {
+    for (size_t at = 0; part.ofProgram && at + 24 <= part.bytes.size(); at += 8) {
+      long words[3];
+      memcpy(words, &part.bytes[at], sizeof words);
+      if (words[0] != 0 || words[1] != 0 || words[2] < now.tv_sec - 60 || words[2] > now.tv_sec) continue;
+      const long old = words[2] - 900;
+      return pwrite(memory.Descriptor(), &old, sizeof old, static_cast<off_t>(part.address + at + 16)) > 0;
     }
   }
   return false;
