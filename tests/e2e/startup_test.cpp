@@ -170,21 +170,4 @@ TEST(Startup, NothingLandsOnStandardStreamsThatAreMissing) {
   }
 }
 
-TEST(Startup, FailedRestartsLeaveAllElseAsItWas) {
-  Agent agent;
-  agent.StartsBy("ulimit -S -n 256; exec %");
-  agent.Start("tavpath=@/tav.cfg\n");
-  const std::string limits = "/proc/" + std::to_string(agent.pid) + "/limits", before = ReadAll(limits);
-  const Socket waiting = Connect(agent.port);
-  agent.Expect("ReloadApp", "200|Ok");
-  EXPECT_TRUE(agent.Shows("Error: cannot start new instance\n"));
-  agent.Expect("GetInfo", "refused");
-  EXPECT_EQ(before, ReadAll(limits));
-  EXPECT_EQ(std::string::npos, before.find(" 256 ")) << "the soft limit was raised";
-  kill(agent.pid, SIGSEGV);
-  EXPECT_TRUE(agent.Shows("Segmentation fault!!\n"));
-  waiting.Send(agent.Sealed("QUIT").Bytes());
-  EXPECT_EQ("200\nOk", ReadReply(waiting)) << "it stays, with its port closed";
-}
-
 }  // namespace

@@ -1,8 +1,6 @@
 // Connections that mean no good: crowds, floods and strangers.  Others are served meanwhile, in bounded memory.
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <random>
 
@@ -114,28 +112,6 @@ TEST(Connections, PacketsThatMemoryDoesNotSufficeForCostThemselves) {
   peers.clear();
   ExpectServed(agent, 5);
   EXPECT_TRUE(agent.IsAlone());
-}
-
-// Cure: the listener leaves the epoll instance before it is closed, and nothing is accepted without one.
-TEST(Connections, AListenerThatAChildStillHoldsIsNotAcceptedFrom) {
-  Agent agent("tavpath=@/tav.cfg\n");
-  const Socket process(static_cast<int>(syscall(SYS_pidfd_open, agent.pid, 0)));
-  Socket held;  // as a child holds it that was forked a moment ago
-  for (int fd = 3, on = 0; fd < 20 && on == 0; ++fd) {
-    held = Socket(static_cast<int>(syscall(SYS_pidfd_getfd, process.Descriptor(), fd, 0)));
-    socklen_t size = sizeof on;
-    if (getsockopt(held.Descriptor(), SOL_SOCKET, SO_ACCEPTCONN, &on, &size) != 0) on = 0;
-  }
-  if (held.Descriptor() < 0) GTEST_SKIP() << "no descriptor of the agent's can be had here";
-  const Socket before = Connect(agent.port);
-  EXPECT_EQ("200\nOk", agent.Ask("ReloadApp"));
-  EXPECT_TRUE(agent.Shows("Error: cannot start new instance\n"));
-  const double used = CpuSeconds(agent.pid);
-  const Socket unheard = Connect(agent.port);
-  Sleep(1);
-  EXPECT_LT(CpuSeconds(agent.pid) - used, 0.05);
-  before.Send(agent.Sealed("GetInfo").Bytes());
-  EXPECT_EQ("200", FirstLine(ReadReply(before))) << "the agent lives";
 }
 
 // Cure: what a peer does not send is waited for by nobody else, and lengths are believed only as bytes come.

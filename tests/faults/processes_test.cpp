@@ -157,6 +157,41 @@ TEST(Processes, HandOnNothingThatIsTheAgentsOwn) {
   EXPECT_TRUE(WaitFor([&] { return agent.Serves(); }));
 }
 
+// The agent's listener, as a child holds it that was forked a moment ago; none where that is not allowed.
+Socket ListenerOf(pid_t pid) {
+  const Socket process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+  for (int fd = 3; fd < 20; ++fd) {
+    const Socket held(static_cast<int>(syscall(SYS_pidfd_getfd, process.Descriptor(), fd, 0)));
+    int on = 0;
+    socklen_t size = sizeof on;
+    if (getsockopt(held.Descriptor(), SOL_SOCKET, SO_ACCEPTCONN, &on, &size) == 0 && on != 0) return held;
+  }
+  return Socket();
+}
+
+// Cure: the listener leaves the epoll instance before it is closed, and what was changed for the restart comes
+// back.
+TEST(Processes, AFailedRestartClosesThePortAndLeavesAllElseAsItWas) {
+  Agent agent;
+  agent.StartsBy("ulimit -S -n 256; exec %");
+  agent.Start("tavpath=@/tav.cfg\n");
+  const std::string limits = "/proc/" + std::to_string(agent.pid) + "/limits", before = ReadAll(limits);
+  EXPECT_EQ(std::string::npos, before.find(" 256 ")) << "the soft limit was raised";
+  const Socket held = ListenerOf(agent.pid), waiting = Connect(agent.port);
+  agent.Expect("ReloadApp", "200|Ok");
+  EXPECT_TRUE(agent.Shows("Error: cannot start new instance\n"));
+  EXPECT_EQ(before, ReadAll(limits));
+  const double used = CpuSeconds(agent.pid);
+  const Socket unheard = Connect(agent.port);
+  EXPECT_EQ(held.Descriptor() >= 0, unheard.Descriptor() >= 0) << "the port is closed";
+  Sleep(1);
+  EXPECT_LT(CpuSeconds(agent.pid) - used, 0.05) << "nothing is accepted without a listener";
+  kill(agent.pid, SIGSEGV);
+  EXPECT_TRUE(agent.Shows("Segmentation fault!!\n"));
+  waiting.Send(agent.Sealed("QUIT").Bytes());
+  EXPECT_EQ("200\nOk", ReadReply(waiting)) << "it stays";
+}
+
 // Cure: the thread that broke starts the agent anew when the main thread can't.
 TEST(Processes, AFaultUnderALockCostsNoMoreThanARestart) {
   Agent agent;
