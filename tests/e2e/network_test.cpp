@@ -1,5 +1,6 @@
 // Probes and sends against real counterparts on the loopback interface, and what a peer that goes puts an end to.
 #include <gtest/gtest.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include <filesystem>
@@ -34,7 +35,7 @@ TEST(Network, ProbesWaitForAnAnswer) {
 // Sends a request and resets the connection once it is being carried out.
 void AskAndReset(const Agent& agent, const std::string& request, const std::function<bool()>& begun) {
   const Socket peer = agent.Send(request);
-  EXPECT_TRUE(WaitFor(begun)) << request;
+  EXPECT_TRUE(WaitFor(begun)) << request.substr(0, 60);
   const linger reset = {1, 0};
   setsockopt(peer.Descriptor(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
 }
@@ -46,9 +47,10 @@ TEST(Network, AResetEndsTheSessionAndAHalfClosedPeerIsWaitedFor) {
   Socket client;
   const auto connected = [&] { return (client = Accept(server)).Descriptor() >= 0; };
   const std::string probe = To("TEST-UDP", mute.Port()), send = To("ACT-TCPUDPsend", server.Port()) + "0|";
-  const std::string huge(4 << 20, 'x');  // more than the buffers between the two hold
-  const int window = 4096;
+  const std::string huge(400000, 'x');  // with so small a window and segments more than the buffers between hold
+  const int window = 4096, segment = 500;
   setsockopt(server.Descriptor(), SOL_SOCKET, SO_RCVBUF, &window, sizeof window);
+  setsockopt(server.Descriptor(), IPPROTO_TCP, TCP_MAXSEG, &segment, sizeof segment);
   const std::tuple<std::string, std::function<bool()>> rows[] = {
       {probe + "-5000|200000000|x|9", busy},
       {probe + "2000000000|1|x|9", busy},

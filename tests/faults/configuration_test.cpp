@@ -140,7 +140,7 @@ TEST(Configuration, AChangedPasswordLeavesNoTraceInMemory) {
   agent.password = kept;
   agent.Expect("ReloadCfg", "200|Ok");
   const auto remembers = [&agent](const std::string& text) {
-    const std::vector<TMemory> parts = MemoryOf(agent.pid);
+    const std::vector<TMemory> parts = MemoryOf(agent.pid, true);
     return std::any_of(parts.begin(), parts.end(),
                        [&](const TMemory& part) { return part.bytes.find(text) != std::string::npos; });
   };

@@ -61,18 +61,21 @@ inline void ExpectServed(const Agent& agent, int times = 1) {
 struct TMemory {
   unsigned long address;
   std::string bytes;
-  bool ofProgram;  // its own variables; those without a value lie right behind the others
 };
-inline std::vector<TMemory> MemoryOf(pid_t pid) {
+
+// All of it, or the program's own variables: those without a value lie right behind the others.
+inline std::vector<TMemory> MemoryOf(pid_t pid, bool all) {
   const std::string process = "/proc/" + std::to_string(pid), program = fs::read_symlink(process + "/exe");
   std::ifstream maps(process + "/maps"), memory(process + "/mem");
   std::vector<TMemory> parts;
-  unsigned long begin = 0, end = 0, before = 0;
-  for (std::string line; std::getline(maps, line); before = end) {
+  unsigned long begin = 0, end = 0, behindProgram = 0;
+  for (std::string line; std::getline(maps, line);) {
     char rights[5] = "";
-    if (sscanf(line.c_str(), "%lx-%lx %4s", &begin, &end, rights) != 3 || rights[1] != 'w') continue;
-    const bool follows = begin == before && !parts.empty() && parts.back().ofProgram;
-    parts.push_back({begin, std::string(end - begin, '\0'), follows || line.find(program) != std::string::npos});
+    if (sscanf(line.c_str(), "%lx-%lx %4s", &begin, &end, rights) != 3) continue;
+    const bool own = line.find(program) != std::string::npos || begin == behindProgram;
+    if (own) behindProgram = end;
+    if (rights[1] != 'w' || !(own || all)) continue;
+    parts.push_back({begin, std::string(end - begin, '\0')});
     memory.clear();
     memory.seekg(static_cast<std::streamoff>(begin));
     memory.read(&parts.back().bytes[0], static_cast<std::streamsize>(end - begin));

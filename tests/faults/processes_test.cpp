@@ -18,8 +18,8 @@ bool MakeOld(pid_t pid) {
   const Socket memory(open(("/proc/" + std::to_string(pid) + "/mem").c_str(), O_RDWR | O_CLOEXEC));
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
-  for (const TMemory& part : MemoryOf(pid)) {
-    for (size_t at = 0; part.ofProgram && at + 24 <= part.bytes.size(); at += 8) {
+  for (const TMemory& part : MemoryOf(pid, false)) {
+    for (size_t at = 0; at + 24 <= part.bytes.size(); at += 8) {
       long words[3];
       memcpy(words, &part.bytes[at], sizeof words);
       if (words[0] != 0 || words[1] != 0 || words[2] < now.tv_sec - 60 || words[2] > now.tv_sec) continue;
