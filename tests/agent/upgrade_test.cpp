@@ -46,7 +46,7 @@ TEST_F(Upgrade, IsReadyOnlyWithADigestThatFollowsTheFile) {
       EXPECT_EQ(outcome, Feed(record, 300, pieces)) << pieces.back();
       EXPECT_EQ(outcome != std::string("Wrong CRC"), !other.RequestUpgrade("key")) << outcome << ": one at a time";
     }
-    AbandonUpgrade();
+    TReadyUpgrade();  // taken and given up
     EXPECT_TRUE(std::filesystem::is_empty(folder)) << outcome << ": a file stays";
   }
 }
@@ -55,17 +55,17 @@ TEST_F(Upgrade, HandsOverTheFilesThatItMade) {
   const std::string file(300, 'n');
   UpgradeRec record;
   ASSERT_EQ("ready", Feed(record, 300, {file, PeerEncode(PeerDigest(nettle_md5, file), "key")}));
-  const char *script = "", *program = "";
-  ASSERT_TRUE(UpgradeScript(script, program));
-  EXPECT_EQ(In("tavupd__.sh") + " " + In("tav__.upd"), std::string(script) + " " + program);
+  TReadyUpgrade ready;
+  ASSERT_TRUE(ready.HasProgram());
+  const std::string script = ready.Script(), program = ready.Program();
+  EXPECT_EQ(In("tavupd__.sh") + " " + In("tav__.upd"), script + " " + program);
   EXPECT_EQ(300u, std::filesystem::file_size(program));
-  for (const char* name : {script, program}) {
+  for (const std::string& name : {script, program}) {
     std::filesystem::remove(name);
     std::ofstream(name) << "another's";
   }
-  EXPECT_FALSE(UpgradeScript(script, program)) << "not what was received";
-  EXPECT_STREQ("", script);
-  AbandonUpgrade();
+  EXPECT_FALSE(ready.HasProgram()) << "not what was received";
+  EXPECT_STREQ("", ready.Script());
 }
 
 TEST_F(Upgrade, KnowsItsSizesAndAsksForNoMoreThanTheFileButOneChunk) {

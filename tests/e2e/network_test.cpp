@@ -1,5 +1,6 @@
 // Probes and sends against real counterparts on the loopback interface, and what a peer that goes puts an end to.
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
