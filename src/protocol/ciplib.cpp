@@ -79,34 +79,40 @@ const char* THash_SHA::GetHash(const char* data, long n) {
   return reinterpret_cast<const char*>(words);
 }
 
-void THash_SHA::Compress() {
-  uint32_t w[80];
-  for (int i = 0; i < 16; i++) w[i] = LoadBig32(buffer + 4 * i);
-  for (int i = 16; i < 80; i++) w[i] = RotateLeft(w[i - 3] ^ w[i - 8] ^ w[i - 14] ^ w[i - 16], 1);
+namespace {
 
-  uint32_t a = words[0], b = words[1], c = words[2], d = words[3], e = words[4];
-  for (int i = 0; i < 80; i++) {
-    uint32_t mixed;
-    if (i < 20)
-      mixed = ((b & c) | (~b & d)) + 0x5A827999;
-    else if (i < 40)
-      mixed = (b ^ c ^ d) + 0x6ED9EBA1;
-    else if (i < 60)
-      mixed = ((b & c) | (b & d) | (c & d)) + 0x8F1BBCDC;
-    else
-      mixed = (b ^ c ^ d) + 0xCA62C1D6;
-    const uint32_t next = RotateLeft(a, 5) + mixed + e + w[i];
-    e = d;
-    d = c;
-    c = RotateLeft(b, 30);
-    b = a;
-    a = next;
-  }
-  words[0] += a;
-  words[1] += b;
-  words[2] += c;
-  words[3] += d;
-  words[4] += e;
+// Rounds i to i + 4.  The schedule is carried on in the sixteen words that it is made of: they stay close by, and a
+// compiler can't widen steps of which each needs the third before it.
+template <class TMix>
+inline void FiveRounds(uint32_t v[5], uint32_t w[16], int i, uint32_t constant, TMix mix) {
+  const auto round = [&](uint32_t a, uint32_t& b, uint32_t c, uint32_t d, uint32_t& e, int t) {
+    uint32_t& word = w[t & 15];
+    e += mix(b, c, d) + word + constant + RotateLeft(a, 5);
+    b = RotateLeft(b, 30);
+    word = RotateLeft(w[(t + 13) & 15] ^ w[(t + 8) & 15] ^ w[(t + 2) & 15] ^ word, 1);
+  };
+  round(v[0], v[1], v[2], v[3], v[4], i);
+  round(v[4], v[0], v[1], v[2], v[3], i + 1);
+  round(v[3], v[4], v[0], v[1], v[2], i + 2);
+  round(v[2], v[3], v[4], v[0], v[1], i + 3);
+  round(v[1], v[2], v[3], v[4], v[0], i + 4);
+}
+
+}  // namespace
+
+void THash_SHA::Compress() {
+  uint32_t w[16], v[5];
+  for (int i = 0; i < 16; i++) w[i] = LoadBig32(buffer + 4 * i);
+  memcpy(v, words, sizeof v);
+
+  const auto choose = [](uint32_t b, uint32_t c, uint32_t d) { return d ^ (b & (c ^ d)); };
+  const auto parity = [](uint32_t b, uint32_t c, uint32_t d) { return b ^ c ^ d; };
+  const auto majority = [](uint32_t b, uint32_t c, uint32_t d) { return (b & c) | (d & (b | c)); };
+  for (int i = 0; i < 20; i += 5) FiveRounds(v, w, i, 0x5A827999, choose);
+  for (int i = 20; i < 40; i += 5) FiveRounds(v, w, i, 0x6ED9EBA1, parity);
+  for (int i = 40; i < 60; i += 5) FiveRounds(v, w, i, 0x8F1BBCDC, majority);
+  for (int i = 60; i < 80; i += 5) FiveRounds(v, w, i, 0xCA62C1D6, parity);
+  for (int i = 0; i < 5; i++) words[i] += v[i];
 
   index = 0;
   explicit_bzero(w, sizeof w);

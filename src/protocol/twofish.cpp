@@ -75,64 +75,57 @@ void BuildTables() {
   }
 }
 
-// The constant count lets the compiler lay the steps out in a row.
+// The key bytes that one column of the function h takes, in the order in which they are taken.  They are copied
+// into registers: what a pointer to bytes names would have to be read anew after each store.
 template <int kWords>
-inline uint32_t HColumn(int column, unsigned x, TKeyWords l) {
-  const auto step = [&](int j) { x = q[kStage[j][column]][x] ^ l.bytes[j * l.stride + column]; };
-  if (kWords > 3) step(3);
-  if (kWords > 2) step(2);
-  step(1);
-  step(0);
-  return mds[column][x];
+struct TColumnKey {
+  TColumnKey(TKeyWords l, int column) {
+    for (int j = 0; j < kWords; j++) bytes[j] = l.bytes[j * l.stride + column];
+  }
+  unsigned char bytes[kWords];
+};
+
+// The column and the count are constants, so that the compiler lays the steps out in a row.
+template <int kWords, int kColumn>
+inline uint32_t HColumn(unsigned x, const TColumnKey<kWords>& key) {
+  if constexpr (kWords > 3) x = q[kStage[3][kColumn]][x] ^ key.bytes[3];
+  if constexpr (kWords > 2) x = q[kStage[2][kColumn]][x] ^ key.bytes[2];
+  x = q[kStage[1][kColumn]][x] ^ key.bytes[1];
+  x = q[kStage[0][kColumn]][x] ^ key.bytes[0];
+  return mds[kColumn][x];
 }
 
-// The function h of a word whose four bytes are all x; the subkeys take no other.
+template <int kWords, int kColumn>
+void FillSbox(TKeyWords l, Twofish_key* prepared) {
+  const TColumnKey<kWords> key(l, kColumn);
+  uint32_t* const s = prepared->s[kColumn];
+  for (unsigned x = 0; x < 256; x++) s[x] = HColumn<kWords, kColumn>(x, key);
+}
+
+// The function h of words whose four bytes are all the same; the subkeys take no other.
 template <int kWords>
-uint32_t HOf(unsigned x, TKeyWords l) {
-  return HColumn<kWords>(0, x, l) ^ HColumn<kWords>(1, x, l) ^ HColumn<kWords>(2, x, l) ^ HColumn<kWords>(3, x, l);
-}
-
-uint32_t H(unsigned x, TKeyWords l, int words) {
-  switch (words) {
-    case 2:
-      return HOf<2>(x, l);
-    case 3:
-      return HOf<3>(x, l);
-    case 4:
-      return HOf<4>(x, l);
-    default:
-      Twofish_fatal("Twofish h(): Illegal argument");
+struct TSubkeyWords {
+  explicit TSubkeyWords(TKeyWords l) : key{{l, 0}, {l, 1}, {l, 2}, {l, 3}} {}
+  uint32_t Of(unsigned x) const {
+    return HColumn<kWords, 0>(x, key[0]) ^ HColumn<kWords, 1>(x, key[1]) ^ HColumn<kWords, 2>(x, key[2]) ^
+           HColumn<kWords, 3>(x, key[3]);
   }
-}
+  TColumnKey<kWords> key[4];
+};
 
 template <int kWords>
-void FillSboxes(TKeyWords l, Twofish_key* prepared) {
-  for (int column = 0; column < 4; column++) {
-    for (unsigned x = 0; x < 256; x++) prepared->s[column][x] = HColumn<kWords>(column, x, l);
-  }
-}
-
-void FillKeyedSboxes(TKeyWords l, int words, Twofish_key* prepared) {
-  switch (words) {
-    case 2:
-      return FillSboxes<2>(l, prepared);
-    case 3:
-      return FillSboxes<3>(l, prepared);
-    case 4:
-      return FillSboxes<4>(l, prepared);
-    default:
-      Twofish_fatal("Twofish fill_keyed_sboxes(): Illegal argument");
-  }
-}
-
-void FillSubkeys(const unsigned char* key, int words, Twofish_key* prepared) {
-  const TKeyWords even{key, 8}, odd{key + 4, 8};
+void FillTables(const unsigned char* key, const unsigned char* sboxKey, Twofish_key* prepared) {
+  const TSubkeyWords<kWords> even({key, 8}), odd({key + 4, 8});
   for (unsigned i = 0; i < 40; i += 2) {
-    const uint32_t a = H(i, even, words);
-    const uint32_t b = RotateLeft(H(i + 1, odd, words), 8);
+    const uint32_t a = even.Of(i), b = RotateLeft(odd.Of(i + 1), 8);
     prepared->k[i] = a + b;
     prepared->k[i + 1] = RotateLeft(a + 2 * b, 9);
   }
+  const TKeyWords l{sboxKey, 4};
+  FillSbox<kWords, 0>(l, prepared);
+  FillSbox<kWords, 1>(l, prepared);
+  FillSbox<kWords, 2>(l, prepared);
+  FillSbox<kWords, 3>(l, prepared);
 }
 
 // Eight key bytes times the RS matrix.  The matrix is that of a Reed-Solomon code with the generator polynomial
@@ -193,11 +186,12 @@ void Twofish_prepare_key(const unsigned char* key, int length, Twofish_key* prep
   if (length > 0) memcpy(secret.key, key, static_cast<size_t>(length));
   const int words = length <= 16 ? 2 : (length + 7) / 8;
 
-  FillSubkeys(secret.key, words, prepared);
   for (int i = 0; i < words; i++) {
     StoreLittle32(RsRemainder(secret.key + 8 * i), secret.s + 4 * (words - 1 - i));
   }
-  FillKeyedSboxes({secret.s, 4}, words, prepared);
+  if (words == 2) FillTables<2>(secret.key, secret.s, prepared);
+  if (words == 3) FillTables<3>(secret.key, secret.s, prepared);
+  if (words == 4) FillTables<4>(secret.key, secret.s, prepared);
   explicit_bzero(&secret, sizeof secret);
 }
 
