@@ -189,9 +189,19 @@ void Twofish_prepare_key(const unsigned char* key, int length, Twofish_key* prep
   for (int i = 0; i < words; i++) {
     StoreLittle32(RsRemainder(secret.key + 8 * i), secret.s + 4 * (words - 1 - i));
   }
-  if (words == 2) FillTables<2>(secret.key, secret.s, prepared);
-  if (words == 3) FillTables<3>(secret.key, secret.s, prepared);
-  if (words == 4) FillTables<4>(secret.key, secret.s, prepared);
+  switch (words) {
+    case 2:
+      FillTables<2>(secret.key, secret.s, prepared);
+      break;
+    case 3:
+      FillTables<3>(secret.key, secret.s, prepared);
+      break;
+    case 4:
+      FillTables<4>(secret.key, secret.s, prepared);
+      break;
+    default:
+      Twofish_fatal("Twofish h(): Illegal argument");
+  }
   explicit_bzero(&secret, sizeof secret);
 }
 
