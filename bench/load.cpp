@@ -1,65 +1,32 @@
 // Asks an agent from many threads at once and prints requests a second and the spread of the times.
 //
 //   tav_load PORT PASSWORD_FILE THREADS SECONDS COMMAND [PARAMETER...]
+//   tav_load PORT - THREADS SECONDS LINE          another's program, which answers a line and closes
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "core/closers.h"
-#include "protocol/tav_const.h"
+#include "bench/wire.h"
+#include "protocol/twofish.h"
 
 namespace {
 
 using TClock = std::chrono::steady_clock;
 
-// A whole request packet under a fixed session key.
-String RequestPacket(const String& text, const String& password, const String& sessionKey) {
-  const String proof = EncodePswd(password), key = EncodeData(sessionKey, password, 0);
-  const String request = EncodeData(text, sessionKey, 0);
-  String body(kSignature, 2);
-  body += EncodeLength(proof, SIZELEN_PSWD) + proof + EncodeLength(key, SIZELEN_KEY) + key;
-  body += EncodeLength(request, SIZELEN_REQUEST) + request;
-  return EncodeLength(body, SIZELEN_PACKET) + body;
-}
-
-bool ReadAll(int fd, char* to, size_t n) {
-  while (n > 0) {
-    const ssize_t got = recv(fd, to, n, 0);
-    if (got <= 0) return false;
-    to += got;
-    n -= static_cast<size_t>(got);
-  }
-  return true;
-}
-
-// One connection, one request; true when a whole reply came.
-bool Ask(int port, const String& packet) {
-  TFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  const linger atOnce = {1, 0};  // or the closed connections of a long run would use up the local ports
-  setsockopt(fd.Get(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
-  if (connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return false;
-  if (send(fd.Get(), packet.Data(), static_cast<size_t>(packet.Length()), MSG_NOSIGNAL) != packet.Length())
-    return false;
-  char length[SIZELEN_PACKET];
-  if (!ReadAll(fd.Get(), length, sizeof length)) return false;
-  std::vector<char> body(static_cast<unsigned>(DecodeLength(length, SIZELEN_PACKET)));
-  return ReadAll(fd.Get(), body.data(), body.size());
+// One connection, one request; true when a whole reply came.  A packet without a length field asks a line of a
+// peer that closes behind its answer.
+bool Ask(int port, const String& packet, bool isLine) {
+  const TPeer peer(port);
+  std::string body;
+  if (!peer.Send(packet.Data(), packet.Length())) return false;
+  return isLine ? !peer.ReceiveAll().empty() : peer.Receive(body);
 }
 
 double Percentile(const std::vector<double>& sorted, double share) {
@@ -74,17 +41,14 @@ int main(int argc, char** argv) {
     fprintf(stderr, "usage: %s PORT PASSWORD_FILE THREADS SECONDS COMMAND [PARAMETER...]\n", argv[0]);
     return 64;
   }
-  std::string password;
-  std::getline(std::ifstream(argv[2]), password);
-  String text(argv[5]);
-  text += "\r\n";
-  for (int i = 6; i < argc; ++i) text += String(argv[i]) + "\r\n";
   Twofish_initialise();
-  const String packet = RequestPacket(text, password.c_str(), "0123456789abcdef");
+  const bool isLine = argv[2][0] == '-';
+  const String packet =
+      isLine ? String(argv[5]) + "\n" : RequestPacket(argv + 5, argc - 5, FirstLine(argv[2]).c_str());
 
   const int port = atoi(argv[1]);
   const int threads = std::max(1, atoi(argv[3]));
-  const auto end = TClock::now() + std::chrono::seconds(atoi(argv[4]));
+  const auto end = TClock::now() + std::chrono::duration<double>(atof(argv[4]));
   std::atomic<long> failures{0};
   std::vector<std::vector<double>> times(static_cast<size_t>(threads));
   std::vector<std::thread> askers;
@@ -92,7 +56,7 @@ int main(int argc, char** argv) {
   for (auto& mine : times) {
     askers.emplace_back([&] {
       for (auto start = TClock::now(); start < end; start = TClock::now()) {
-        if (!Ask(port, packet)) ++failures;
+        if (!Ask(port, packet, isLine)) ++failures;
         mine.push_back(std::chrono::duration<double, std::micro>(TClock::now() - start).count());
       }
     });
