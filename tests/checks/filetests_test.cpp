@@ -35,6 +35,7 @@ TEST(FileTests, AnswerInTheirForm) {
        "200\n     9\n\\d{14}\n\\d{14}\n" + file + "\nmin\n\\d{8}\n"},
       {ProcessTest_FileExists, tree.Add("sub/young", "", time(nullptr) - 100) + "\n",
        "200\n     0\n\\d{14}\n\\d{14}\n.*/young\nmin\n1\n"},
+      {ProcessTest_FileExists, sub + "link\n", "200\n     8\n(.*\n)*"},  // the link's own size
       {ProcessTest_FileExists, "\n", "301\nno such file or acess denied"},
       {ProcessTest_FileCRC, file + "\n", "200\n873187033\n"},  // 0x340BC6D9
       {ProcessTest_FileCRC, longer + "\n", "301\nRead error"},
@@ -44,6 +45,7 @@ TEST(FileTests, AnswerInTheirForm) {
       {ProcessTest_FileCRC, sub + "fifo\n", "301\nCannot open file"},
       {ProcessTest_FileCRC, "\n", "301\nFile is not specified"}};
   ASSERT_EQ(0, mkfifo((sub + "fifo").c_str(), 0600));
+  ASSERT_EQ(0, symlink("../f.txt", (sub + "link").c_str()));
   for (const auto& [handler, parameters, expected] : rows) {
     const std::string reply = ReplyOf(handler, parameters);
     EXPECT_TRUE(std::regex_match(reply, std::regex(expected))) << parameters << reply;
