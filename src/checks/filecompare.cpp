@@ -19,7 +19,7 @@ namespace two_files = params::file_compare::two_files;
 namespace file_in_file = params::file_compare::file_in_file;
 namespace text_in_file = params::file_compare::text_in_file;
 
-constexpr size_t kBlock = 256 * 1024;  // bytes a read, of each file
+constexpr size_t kBlock = 64 * 1024;  // bytes a read, of each file: both blocks stay in the cache
 
 // What a mode does with the files once the first one is known to exist; leaving the reply alone answers that a file
 // does not exist.

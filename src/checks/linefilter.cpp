@@ -54,23 +54,31 @@ TLineFilter::TLineFilter(const String& text, int expression, int casesensitive, 
   never = false;
   plain.assign(text.Data(), static_cast<size_t>(text.Length()));
   if (!caseSensitive) strlower(plain.data(), text.Length());
+  necessary.push_back(plain);
 }
 
 void TLineFilter::Compile(const String& text) {
   if (!IsEvaluable(text, noneDecides)) return;
-  (void)ForEachToken(text, [&](const char* token, int length) { Add(token, length); });
+  TNecessaryTexts needed;
+  (void)ForEachToken(text, [&](const char* token, int length) { Add(token, length, needed); });
+  necessaryKnown = needed.Known();
+  if (necessaryKnown) necessary = needed.Texts();
+  for (std::string& one : necessary) {
+    if (!caseSensitive) strlower(one.data(), static_cast<int>(one.size()));
+  }
   texts.Prepare();
   decision.Finish();
   never = false;
   together = decision.Questions() > kFewOperands;
 }
 
-void TLineFilter::Add(const char* token, int length) {
-  if (IsNot(token)) return decision.Not();
-  if (IsAndOr(token)) return *token == 'a' ? decision.And() : decision.Or();
-  if (length <= 2) return decision.PutFalse();  // nothing is found nowhere
+void TLineFilter::Add(const char* token, int length, TNecessaryTexts& needed) {
+  if (IsNot(token)) return decision.Not(), needed.Not();
+  if (IsAndOr(token)) return *token == 'a' ? (decision.And(), needed.And()) : (decision.Or(), needed.Or());
+  if (length <= 2) return decision.PutFalse(), needed.PutFalse();  // nothing is found nowhere
 
   const auto inner = static_cast<size_t>(length - 2);
+  needed.Ask(token + 1, inner);
   if (caseSensitive) return decision.Ask(texts.Add(token + 1, inner));
   lowered.assign(token + 1, inner);
   strlower(lowered.data(), length - 2);

@@ -4,8 +4,10 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "checks/decision.h"
+#include "checks/necessary.h"
 #include "checks/textset.h"
 #include "core/zostring.h"
 
@@ -20,9 +22,15 @@ class TLineFilter {
   // SearchForExpression gives, 1 or 0.
   int Search(const char* line, int length);
 
+  // Texts, in lower case where case is ignored, of which one stands in each line that matches; none when no line
+  // can. They are not known for every filter.
+  bool HasNecessary() const { return necessaryKnown; }
+  const std::vector<std::string>& Necessary() const { return necessary; }
+  bool CaseSensitive() const { return caseSensitive; }
+
  private:
   void Compile(const String& text);
-  void Add(const char* token, int length);
+  void Add(const char* token, int length, TNecessaryTexts& needed);
   int Find(const char* line, size_t length) const;
   bool Evaluate(const char* line, size_t length);
 
@@ -35,7 +43,9 @@ class TLineFilter {
   TDecision decision;        // what they are worth together
   bool together = false;     // all operands are looked for before the decision
   bool noneDecides = false;  // what the decision is when none of them is there
-  std::string lowered;       // the line or the operand at hand in lower case
+  bool necessaryKnown = true;
+  std::vector<std::string> necessary;
+  std::string lowered;  // the line or the operand at hand in lower case
 };
 
 // 1 when the line satisfies the expression; 0 when it does not, or the expression is malformed.  Parses it anew on

@@ -1,15 +1,12 @@
 #include "checks/textlog.h"
 
 #include <limits.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <memory>
-#include <string>
 
-#include "checks/linefilter.h"
+#include "checks/logscan.h"
 #include "core/filemacros.h"
 #include "core/inputfile.h"
 #include "core/paths.h"
@@ -24,115 +21,6 @@ constexpr size_t kBlock = 256 * 1024;  // bytes a read
 constexpr int kOpenAttempts = 3;
 constexpr int kReportedLine = 1024;  // characters of the matching line in a reply
 constexpr const char* kCannotOpen = "Cannot open file";
-
-// Line ends of a block, in order: the next one of either kind is looked up once.
-class TLineEnds {
- public:
-  explicit TLineEnds(const char* blockEnd) : end(blockEnd) {}
-
-  // The first line feed or carriage return in [from, end), or the end.  `from` never goes back.
-  const char* Next(const char* from) {
-    if (!lineFeed || lineFeed < from) lineFeed = FindByte(from, '\n');
-    if (!carriageReturn || carriageReturn < from) carriageReturn = FindByte(from, '\r');
-    return std::min(lineFeed, carriageReturn);
-  }
-
- private:
-  const char* FindByte(const char* from, char c) const {
-    const void* hit = memchr(from, c, static_cast<size_t>(end - from));
-    return hit ? static_cast<const char*>(hit) : end;
-  }
-
-  const char* end;
-  const char* lineFeed = nullptr;
-  const char* carriageReturn = nullptr;
-};
-
-// Cuts blocks into lines and tests them.
-class TLogScan {
- public:
-  TLogScan(long long startPosition, const TTextLogFilter& filter1, const TTextLogFilter* filter2, int all)
-      : position(startPosition),
-        first(Prepared(filter1)),
-        useSecond(filter2 != nullptr),
-        second(filter2 ? Prepared(*filter2) : TLineFilter(String(), 0, 0, 0)),
-        scanAll(all) {}
-
-  // False when no more is wanted.
-  bool Take(const char* block, size_t n) {
-    const char* end = block + n;
-    TLineEnds ends(end);
-    for (const char* from = block; from < end;) {
-      const char* stop = ends.Next(from);
-      counted += stop - from;
-      if (stop == end) {
-        Keep(from, stop - from);
-        return true;
-      }
-      counted++;
-      if (!EndLine(from, stop - from)) return false;
-      from = stop + 1;
-    }
-    return true;
-  }
-
-  long long position;  // behind the last line that was not empty
-  long long result = 0;
-  int status = 0;  // of the last match
-  String matchLine;
-
- private:
-  static TLineFilter Prepared(const TTextLogFilter& f) {
-    return TLineFilter(f.expression, f.isExpression, f.caseSensitive, f.wholeWord);
-  }
-
-  // Adds to the line that began in an earlier block, or begins one.
-  void Keep(const char* bytes, long long n) {
-    tooLong = tooLong || n > kLongestLine - static_cast<long long>(pending.size());
-    if (tooLong)
-      pending = std::string();
-    else
-      pending.append(bytes, static_cast<size_t>(n));
-  }
-
-  bool EndLine(const char* rest, long long n) {
-    if (n == 0 && pending.empty() && !tooLong) return true;  // its end is counted with the next line
-
-    const long long start = position;
-    position += counted;
-    counted = 0;
-    if (pending.empty() && !tooLong) return Test(start, rest, static_cast<int>(n));
-
-    Keep(rest, n);
-    const std::string line = std::move(pending);
-    const bool passOver = tooLong;
-    pending = std::string();
-    tooLong = false;
-    return passOver || Test(start, line.data(), static_cast<int>(line.size()));
-  }
-
-  bool Test(long long start, const char* line, int n) {
-    int match = first.Search(line, n), which = 1;
-    if (match == 0 && useSecond) {
-      match = second.Search(line, n);
-      which = 0;
-    }
-    if (match == 0) return true;
-
-    result = start + match;
-    status = which;
-    matchLine.CopyData(line, n);
-    return scanAll != 0;
-  }
-
-  TLineFilter first;
-  bool useSecond;
-  TLineFilter second;
-  int scanAll;
-  long long counted = 0;  // bytes since `position`
-  std::string pending;    // the line so far, from earlier blocks
-  bool tooLong = false;   // the line has outgrown what is kept
-};
 
 // Whether a failure leaves open what the log holds.  Others are the log's own: it has gone, or can't be read.
 bool LeavesOpen(int error) {
@@ -178,15 +66,15 @@ bool SeekLog(TInputFile& file, long long position) {
 // Returns the offset up to which was read, -1 when reading broke off.  A folder or a device has nothing to read.
 long long ReadLog(TInputFile& file, TLogScan& scan, long long& size, long long& age) {
   const std::unique_ptr<char[]> block(new char[kBlock]);
-  long long readTo = scan.position;
+  long long readTo = scan.Position();
   for (bool wanted = true; wanted;) {
     const long long got = file.Read(block.get(), kBlock);
     if (got < 0 && LeavesOpen(errno)) return -1;
     if (got <= 0) break;
     readTo += got;
-    const long long lastMatch = scan.result;
+    const long long lastMatch = scan.Result();
     wanted = scan.Take(block.get(), static_cast<size_t>(got)) && got == static_cast<long long>(kBlock);
-    if (scan.result != lastMatch && !Refresh(file, size, age)) return -1;
+    if (scan.Result() != lastMatch && !Refresh(file, size, age)) return -1;
   }
   return readTo;
 }
@@ -246,21 +134,21 @@ long long CheckFileForExpression2(const char* path, long long& position, long lo
   if (position > filesize) position = 0;  // rotated or cut
   if (!SeekLog(file, position)) return Fail(EINVAL, error, "fseek error");
 
-  TLogScan scan(position, filter1, usefilter2 ? &filter2 : nullptr, scanall);
+  TLogScan scan(position, filter1, usefilter2 ? &filter2 : nullptr, scanall != 0);
   const long long readTo = ReadLog(file, scan, filesize, age);
   if (readTo < 0) return Fail(errno, error, kCannotOpen);
-  position = scan.position;
-  if (scan.result > 0) {
-    status = scan.status;
-    matchline = scan.matchLine;
+  position = scan.Position();
+  if (scan.Result() > 0) {
+    status = scan.Status();
+    matchline = scan.MatchLine();
   }
   // After a first match the file stays "changed", so that the next check goes on behind it.  It stays so too when
   // it has grown past what was read, or could not be read: those lines must not wait for the next change.
-  if ((scan.result == 0 || scanall) && readTo >= filesize) {
+  if ((scan.Result() == 0 || scanall) && readTo >= filesize) {
     knownsize = filesize;
     knownage = age;
   }
-  return scan.result;
+  return scan.Result();
 }
 
 void ProcessTest_TextLog2(const BVRequest& request, TAVReply& reply) {

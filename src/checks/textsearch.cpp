@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <memory>
 #include <new>
+#include <string>
 
+#include "checks/blockfinder.h"
 #include "core/inputfile.h"
 #include "core/memsearch.h"
 #include "core/paths.h"
@@ -33,7 +35,8 @@ class TFileScan {
         windowStep(step),
         lower(!caseSensitive),
         words(wholeWord),
-        finder(text.Data(), length),
+        fast(std::string(text.Data(), length), lower),
+        linear(text.Data(), length),
         block(std::max(kBlock, length)),
         buffer(new (std::nothrow) char[length + 1 + block]) {}
 
@@ -46,8 +49,8 @@ class TFileScan {
     const long long n = file.Read(buffer.get() + held, block);
     failed = n < 0;
     if (failed) return false;
-    if (lower) strlower(buffer.get() + held, static_cast<int>(n));
     held += static_cast<size_t>(n);
+    if (fast.GaveUp()) Lower(static_cast<size_t>(n));
     atEnd = static_cast<size_t>(n) < block;
     return true;
   }
@@ -55,8 +58,8 @@ class TFileScan {
   // The 1-based offset in the file of an occurrence that counts, or 0.
   long long Find() {
     const char* end = buffer.get() + held;
-    const char* hit = finder.First(buffer.get() + searched, end);
-    for (; hit; hit = finder.Next(hit, end)) {
+    const char* hit = First(buffer.get() + searched, end);
+    for (; hit; hit = Next(hit, end)) {
       if (!words) break;
       if (hit + length == end && !atEnd) {  // its right neighbour comes with the next block
         searched = static_cast<size_t>(hit - buffer.get());
@@ -70,6 +73,24 @@ class TFileScan {
   }
 
  private:
+  const char* First(const char* from, const char* end) {
+    if (!fast.GaveUp()) {
+      const char* hit = fast.First(from, end);
+      if (!fast.GaveUp()) return hit;
+      Lower(held);
+    }
+    return linear.First(from, end);
+  }
+
+  const char* Next(const char* hit, const char* end) {
+    return fast.GaveUp() ? linear.Next(hit, end) : First(hit + 1, end);
+  }
+
+  // What is told apart by the linear search alone: the last bytes that are held.
+  void Lower(size_t last) {
+    if (lower) strlower(buffer.get() + held - last, static_cast<int>(last));
+  }
+
   bool Counts(const char* hit, const char* end) const {
     const long long offset = base + (hit - buffer.get());
     const bool left = offset == 0 || !IsWordByte(hit[-1]);
@@ -91,7 +112,8 @@ class TFileScan {
   long long windowStep;
   bool lower;
   bool words;
-  TTextFinder finder;
+  TBlockFinder fast;
+  TTextFinder linear;  // takes over when the fast one gives up, on bytes in lower case where case is ignored
   size_t block;
   std::unique_ptr<char[]> buffer;
   size_t held = 0;      // bytes in the buffer

@@ -7,6 +7,8 @@
 
 #include <functional>
 
+#include "checks/expressions.h"
+#include "checks/linefilter.h"
 #include "core/paths.h"
 #include "tests/checks/replies.h"
 
@@ -14,12 +16,17 @@ struct TCheck {
   std::string path;
   long long position = 0, knownSize = 1, knownAge = 1, size = 0;
   int scanAll = 0, status = 7;
-  String line = "", error = "";
+  std::string line = "", error = "";
+  TTextLogFilter first = {"ab", 0, 1, 0}, second = {"b", 0, 1, 0};
+  int useSecond = 1;
 
   long long Run() {
-    const TTextLogFilter first = {"ab", 0, 1, 0}, second = {"b", 0, 1, 0};
-    return CheckFileForExpression2(path.c_str(), position, knownSize, knownAge, first, second, 1, scanAll, status,
-                                   line, error, size);
+    String match, reason;
+    const long long result = CheckFileForExpression2(path.c_str(), position, knownSize, knownAge, first, second,
+                                                     useSecond, scanAll, status, match, reason, size);
+    line = Std(match);
+    error = Std(reason);
+    return result;
   }
   // The same as it is promised, byte by byte.
   long long Read(const std::string& bytes) {
@@ -29,11 +36,11 @@ struct TCheck {
       const bool end = c == '\n' || c == '\r';
       if (!end) text += c;
       if (!end || text.empty()) continue;
-      const size_t one = text.find("ab"), two = text.find('b');
-      if (two != std::string::npos) {
-        result = position + 1 + static_cast<long long>(std::min(one, one == std::string::npos ? two : one));
-        status = one != std::string::npos;
-        line = Bytes(text);
+      const int one = Matches(first, text), two = useSecond && !one ? Matches(second, text) : 0;
+      if (one || two) {
+        result = position + one + two;
+        status = one != 0;
+        line = text;
       }
       position = next;
       if (result && !scanAll) break;
@@ -41,19 +48,39 @@ struct TCheck {
     }
     return result;
   }
+  static int Matches(const TTextLogFilter& f, const std::string& text) {
+    if (f.expression.Length() == 0) return 0;
+    return f.isExpression ? SearchForExpression(Bytes(text), f.expression, f.caseSensitive, f.wholeWord)
+                          : Bytes(text).Search(f.expression, f.caseSensitive, f.wholeWord);
+  }
 };
+
+TTextLogFilter RandomFilter(std::mt19937& rng) {
+  const char* const texts[] = {"ab", "B", "b a", "", "a\nb", "aaaa"};
+  const char* const expressions[] = {"'ab' and not 'B'", "not 'a'",       "'ab' or 'ba' or 'bb'",
+                                     "'a' or not 'b'",   "'ab' and 'Ba'", "('a' or '.') and 'bb'",
+                                     "'' or 'aba'",      "'a' and"};
+  const bool isExpression = rng() % 2;
+  const char* const text = isExpression ? expressions[rng() % 8] : texts[rng() % 6];
+  return {text, isExpression, static_cast<int>(rng() % 2), static_cast<int>(rng() % 2)};
+}
 
 TEST(TextLog, ReadsInBlocksAsByteByByte) {
   const TTree scratch;
   std::mt19937 rng(5);
-  for (int i = 0; i < 600; i++) {
-    std::string bytes = RandomText(rng, 39, {"ab.\n\r\0", 6});
+  for (int i = 0; i < 3000; i++) {
+    std::string bytes = RandomText(rng, i % 2 ? 39 : 600, {"abAB. \n\r\0\xE1", 10});
     if (i % 9 == 0) bytes.insert(rng() % (bytes.size() + 1), 262144 * (rng() % 3 + 1) - rng() % 20, '.');
     TCheck check = {scratch.Add("log", bytes), static_cast<long long>(rng() % (bytes.size() + 1))};
     check.scanAll = rng() % 2;
+    check.useSecond = rng() % 2;
+    check.first = RandomFilter(rng);
+    check.second = RandomFilter(rng);
     TCheck model = check;
-    ASSERT_EQ(model.Read(bytes), check.Run()) << bytes;
-    EXPECT_TRUE(model.position == check.position && model.status == check.status && model.line == check.line);
+    ASSERT_EQ(model.Read(bytes), check.Run()) << bytes << ": " << check.first.expression.CStr();
+    EXPECT_EQ(model.position, check.position) << bytes;
+    EXPECT_EQ(model.status, check.status) << bytes;
+    EXPECT_EQ(model.line, check.line) << bytes;
   }
 }
 
@@ -79,7 +106,7 @@ TEST(TextLog, KeepsItsStateRules) {
   };
   for (auto [check, expected] : rows) {
     const std::string result = std::to_string(check.Run()), place = ", " + std::to_string(check.position) + ", ";
-    EXPECT_EQ(expected, result + place + std::to_string(check.knownSize) + " " + check.error.CStr()) << check.path;
+    EXPECT_EQ(expected, result + place + std::to_string(check.knownSize) + " " + check.error) << check.path;
   }
 }
 
