@@ -10,7 +10,11 @@
 namespace {
 
 // Fewer texts of one length than this are found faster one by one.
-constexpr uint32_t kFewTexts = 16;
+constexpr uint32_t kFewTexts = 5;
+
+// Marks for each text of a group, so that one place of a line in so many is looked up for nothing.
+constexpr uint32_t kMarksPerText = 16;
+constexpr int kFewestMarkBits = 6;
 
 constexpr int kFirstSlotBits = 6;
 constexpr uint64_t kBase = 0x9E3779B97F4A7C15;  // odd and without a pattern: any such number will do
@@ -81,9 +85,29 @@ void TTextSet::Prepare() {
             [this](uint32_t a, uint32_t b) { return texts[a].length < texts[b].length; });
   for (uint32_t i = 0; i < byLength.size(); i++) {
     const uint32_t length = texts[byLength[i]].length;
-    if (groups.empty() || groups.back().length != length) groups.push_back({i, 0, length, WeightOf(length)});
+    if (groups.empty() || groups.back().length != length) groups.push_back({i, 0, length, WeightOf(length), 0, 0});
     groups.back().count++;
   }
+  for (TGroup& group : groups) {
+    if (group.count >= kFewTexts) Mark(group);
+  }
+}
+
+void TTextSet::Mark(TGroup& group) {
+  group.markBits = kFewestMarkBits;
+  while ((1U << group.markBits) < group.count * kMarksPerText) group.markBits++;
+  group.marks = static_cast<uint32_t>(marks.size());
+  marks.resize(marks.size() + (size_t{1} << group.markBits) / 64);
+  for (uint32_t i = group.begin; i < group.begin + group.count; i++) {
+    const TText& t = texts[byLength[i]];
+    const uint64_t mark = (HashOf(bytes.data() + t.begin, t.length) * kMix) >> (64 - group.markBits);
+    marks[group.marks + mark / 64] |= uint64_t{1} << mark % 64;
+  }
+}
+
+bool TTextSet::IsMarked(const TGroup& group, uint64_t hash) const {
+  const uint64_t mark = (hash * kMix) >> (64 - group.markBits);
+  return (marks[group.marks + mark / 64] >> mark % 64 & 1) != 0;
 }
 
 bool TTextSet::FindOne(uint32_t number, const char* line, size_t length, bool wholeWord) const {
@@ -115,9 +139,10 @@ void TTextSet::Roll(const TGroup& group, const char* line, size_t length, bool w
   const char* last = line + length - group.length;  // where an occurrence may still begin
   uint64_t hash = HashOf(line, group.length);
   for (const char* at = line;; at++) {
-    const bool inWord =
-        wholeWord && ((at > line && IsWordByte(at[-1])) || (at < last && IsWordByte(at[group.length])));
-    if (!inWord) Look(hash, at, group.length);
+    const auto inWord = [&] {
+      return wholeWord && ((at > line && IsWordByte(at[-1])) || (at < last && IsWordByte(at[group.length])));
+    };
+    if (IsMarked(group, hash) && !inWord()) Look(hash, at, group.length);
     if (at == last) return;
     hash = (hash - ByteOf(*at) * group.weight) * kBase + ByteOf(at[group.length]);
   }

@@ -38,11 +38,15 @@ class TTextSet {
     uint32_t count;
     uint32_t length;
     uint64_t weight;  // of the first byte in the hash of so many
+    uint32_t marks;   // where in `marks` its own begin
+    int markBits;
   };
 
   size_t SlotOf(uint64_t hash, size_t length) const;
   bool Is(uint32_t number, uint64_t hash, const char* text, size_t length) const;
   void Enlarge();
+  void Mark(TGroup& group);
+  bool IsMarked(const TGroup& group, uint64_t hash) const;
   void Roll(const TGroup& group, const char* line, size_t length, bool wholeWord);
   void Look(uint64_t hash, const char* at, size_t length);
 
@@ -52,6 +56,7 @@ class TTextSet {
   int slotBits = 0;
   std::vector<uint32_t> byLength;
   std::vector<TGroup> groups;
-  std::vector<char> found;  // by number
+  std::vector<uint64_t> marks;  // bits of a group's hashes: few enough to stay in the cache
+  std::vector<char> found;      // by number
   std::vector<uint32_t> hits;
 };
