@@ -40,8 +40,7 @@ bool WriteProcessId(int fd) {
 
 }  // namespace
 
-void TPidFile::createpidfile(const String& wanted) {
-  String path(wanted);
+void TPidFile::createpidfile(const String& path) {
   // Not truncated before the lock is held, and never through a link that somebody planted.
   const int how = O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | O_NOFOLLOW;
   file = TFd(open(path.CStr(), how, kPidFileMode));

@@ -130,8 +130,7 @@ TFd OpenLog(const char* path) {
 void writelog(const String& path, const char* line) {
   if (path.Length() == 0 || line == nullptr) return;
 
-  String name(path);
-  const TFd file = OpenLog(name.CStr());
+  const TFd file = OpenLog(path.CStr());
   if (!file.IsOpen()) return;
   (void)WriteAll(file.Get(), line,
                  static_cast<long long>(strlen(line)));  // a full disk costs the line, nothing else

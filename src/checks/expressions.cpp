@@ -163,7 +163,8 @@ int TExprParser::Expr2Polish(String& expr, int checkonly) {
   return result;
 }
 
-BoolStack::BoolStack(int values) : buffer(new bool[static_cast<size_t>(values)]), capacity(values) {}
+BoolStack::BoolStack(int values)
+    : buffer(new bool[static_cast<size_t>(values)]), capacity(static_cast<size_t>(values)) {}
 
 void BoolStack::Push(bool value) {
   if (count >= capacity) {

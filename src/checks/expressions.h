@@ -82,12 +82,12 @@ class BoolStack {
   void Not();
   void Or();  // these two change nothing with fewer than two values
   void And();
-  int Count() const { return count; }
+  int Count() const { return static_cast<int>(count); }
   int Error() const { return error; }
 
  private:
   std::unique_ptr<bool[]> buffer;
-  int count = 0;
-  int capacity;
+  std::size_t count = 0;
+  std::size_t capacity;
   int error = 0;
 };

@@ -86,7 +86,7 @@ String SafeTempFolder(const String& dir) {
     if (look == kUnknown) return kNowhere;
     ForgetTempFile(last->path.CStr());
   }
-  const String made = MakeOwnFolder(dir);
+  String made = MakeOwnFolder(dir);
   if (made.Length() == 0) return kNowhere;
   std::atomic_store(&ownFolder, std::shared_ptr<const TOwnFolder>(new TOwnFolder{dir, made}));
   return made;

@@ -30,9 +30,13 @@ void String::prAllocMem(int n) {
     length = capacity = fixed = 0;
     return;
   }
+  Resize(n);
+}
+
+void String::Resize(int n) {
   if (n < 0 || n > kLongestBuffer) throw std::bad_alloc();
   const int size = fixed ? n + 1 : CapacityFor(n);
-  if (size == capacity) return;
+  if (size == capacity && data != nullptr) return;
   char* buffer = ResizeBuffer(data, capacity, size);
   if (buffer == nullptr) throw std::bad_alloc();
   data = buffer;
@@ -41,7 +45,7 @@ void String::prAllocMem(int n) {
 
 // Makes room for n bytes and the NUL.
 void String::Grow(int n) {
-  if (n >= capacity) prAllocMem(GrownSize(n, capacity));
+  if (data == nullptr || n >= capacity) Resize(GrownSize(n, capacity));
 }
 
 void String::End(int n) {
@@ -90,6 +94,7 @@ String& String::operator=(const char* s) {
 }
 
 String& String::operator=(const String& other) {
+  if (this == &other) return *this;
   CopyData(other.data, other.length);
   return *this;
 }
@@ -115,7 +120,7 @@ int String::CopyData(const char* src, int n) {
     return 0;
   }
   n = Fitting(n);
-  if (n >= capacity) prAllocMem(n);
+  if (data == nullptr || n >= capacity) Resize(n);
   memcpy(data, src, static_cast<size_t>(n));
   End(n);
   return length;
@@ -258,7 +263,7 @@ int String::Search(String pattern, int caseSensitive, int wholeWord) const {
     lowered = *this;
     lowered.LowerCase();
   }
-  const char* text = caseSensitive ? data : lowered.data;
+  const char* text = caseSensitive ? CStr() : lowered.CStr();
 
   for (int from = 0; from < length;) {
     const int hit = Find(text + from, length - from, pattern.data, pattern.length);
@@ -306,7 +311,7 @@ String String::ReplaceAll(const char* from, const char* to, int caseSensitive) c
     lowered = *this;
     lowered.LowerCase();
   }
-  const char* text = caseSensitive ? data : lowered.data;
+  const char* text = caseSensitive ? CStr() : lowered.CStr();
 
   int done = 0;
   while (length - done > fromLength) {

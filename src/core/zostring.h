@@ -82,6 +82,7 @@ class String {
 
  private:
   void prAllocMem(int n);
+  void Resize(int n);
   void Grow(int n);
   void End(int n);
   int Fitting(int n) const;

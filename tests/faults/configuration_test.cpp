@@ -146,7 +146,8 @@ TEST(Configuration, AChangedPasswordLeavesNoTraceInMemory) {
   };
   EXPECT_TRUE(remembers(kept)) << "the search finds what is there";
   // A freed block loses its first bytes to the allocator, one that is used again those that the new password takes.
-  EXPECT_TRUE(WaitFor([&] { return !remembers(gone.substr(kept.size() + 1)); })) << "the last reader lets go within a second";
+  EXPECT_TRUE(WaitFor([&] { return !remembers(gone.substr(kept.size() + 1)); }))
+      << "the last reader lets go within a second";
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 // Preloaded into the agent: lets the n-th call of a kind fail, once.  TAV_FAULTS names the file that says which.
 //
-// All the calls below take and return integers and pointers, in registers, so one shape of function serves them all;
-// it carries the call's name by its assembler name, as the headers have other ideas of its type.  Forked children
-// count as the agent until they exec; what they exec is not preloaded.
+// All the calls below take and return integers and pointers, in registers, so one shape of function serves them
+// all; it carries the call's name by its assembler name, as the headers have other ideas of its type.  Forked
+// children count as the agent until they exec; what they exec is not preloaded.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -64,7 +64,8 @@ static long Interrupt(const struct timespec* wanted, struct timespec* rest, long
 #define DUPLICATES (b == F_DUPFD || b == F_DUPFD_CLOEXEC)
 #define REST(wanted, rest, result) Interrupt((const void*)(wanted), (void*)(rest), result)
 
-// Kinds, call, when it counts, what it returns when it fails.
+// Kinds, call, when it counts, what it returns when it fails.  By hand: clang-format breaks within the rows.
+// clang-format off
 #define CALLS(X)                                                                                                  \
   X(kMem, mmap64, 1, -1) X(kMem, mmap, 1, -1) X(kMem, mremap, 1, -1) X(kMem, fdopendir, 1, 0)                     \
   X(kMem, epoll_ctl, b != 2, -1) X(kDesc, open64, 1, -1) X(kDesc, open, 1, -1) X(kDesc, __open64_2, 1, -1)        \
@@ -81,24 +82,25 @@ static long Interrupt(const struct timespec* wanted, struct timespec* rest, long
   X(kIntr, sendto, 1, -1) X(kIntr, poll, 1, -1) X(kIntr, __poll_chk, 1, -1) X(kIntr, ppoll, 1, -1)                \
   X(kIntr, waitid, 1, -1) X(kIntr, usleep, 1, -1) X(kIntr, epoll_wait, 1, -1) X(kIntr, waitpid, 1, -1)            \
   X(kIntr, sleep, 1, a) X(kIntr, nanosleep, 1, REST(a, b, -1)) X(kIntr, clock_nanosleep, 1, REST(c, d, EINTR))
+// clang-format on
 
 typedef long TCall(long a, long b, long c, long d, long e, long f);
 
-#define DEFINE(kinds, name, counts, failure)                                \
-  static TCall* real_##name;                                                \
-  TCall shim_##name __asm__(#name);                                         \
-  long shim_##name(long a, long b, long c, long d, long e, long f) {        \
-    const int kind = control == NULL ? kNoFault : control->kind;            \
+#define DEFINE(kinds, name, counts, failure)                                 \
+  static TCall* real_##name;                                                 \
+  TCall shim_##name __asm__(#name);                                          \
+  long shim_##name(long a, long b, long c, long d, long e, long f) {         \
+    const int kind = control == NULL ? kNoFault : control->kind;             \
     if (kind != kNoFault && (counts) && Fails(kinds, #name)) return failure; \
-    return real_##name(a, b, c, d, e, f);                                   \
+    return real_##name(a, b, c, d, e, f);                                    \
   }
 CALLS(DEFINE)
 
 // The allocator is called before anything else has run, and has names of its own within the C library.
-#define ALLOCATOR(name)                                                     \
-  TCall __libc_##name, shim_##name __asm__(#name);                          \
-  long shim_##name(long a, long b, long c, long d, long e, long f) {        \
-    return Fails(kMem, #name) ? 0 : __libc_##name(a, b, c, d, e, f);        \
+#define ALLOCATOR(name)                                              \
+  TCall __libc_##name, shim_##name __asm__(#name);                   \
+  long shim_##name(long a, long b, long c, long d, long e, long f) { \
+    return Fails(kMem, #name) ? 0 : __libc_##name(a, b, c, d, e, f); \
   }
 ALLOCATOR(malloc)
 ALLOCATOR(calloc)

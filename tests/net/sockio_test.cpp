@@ -43,6 +43,7 @@ TEST(SendWithin, GivesASilentPeerUpAndNotASlowOne) {
 
 TEST(ReceiveWithin, ReadsWhatTheRequesterSentBeforeHeReset) {
   const TPeer gone(SOCK_STREAM, [](int fd) {
+    Take(fd, 1);  // he is connected: a reset before that would refuse him
     const linger now = {1, 0};
     setsockopt(fd, SOL_SOCKET, SO_LINGER, &now, sizeof now);
     send(fd, "last", 4, 0);
@@ -50,6 +51,7 @@ TEST(ReceiveWithin, ReadsWhatTheRequesterSentBeforeHeReset) {
   const TFd socket = Connect(gone);
   const TRequester requester(socket.Get());
   char text[8];
+  ASSERT_EQ(1, send(socket.Get(), "?", 1, 0));
   for (const long long end = MonotonicMs() + 5000; !RequesterGone() && MonotonicMs() < end;) poll(nullptr, 0, 1);
   EXPECT_TRUE(RequesterGone());
   EXPECT_EQ(4, ReceiveWithin(socket.Get(), text, sizeof text, TDeadline(1000)));

@@ -6,7 +6,7 @@
 
 struct TWireCommand {
   const char* name;
-  const char* setting;    // key in the configuration file, the first of several; null: always on, or never there on this platform
+  const char* setting;    // first key in the configuration file; null: always on, or never there on this platform
   const char* addresses;  // key of the list of addresses that may use it; null: everyone
 };
 

@@ -61,7 +61,7 @@ bool IsAddress(const std::string& text) {
 std::string Admitted(const std::string& entry) {
   for (size_t from = 0; from < entry.size(); ++from)
     for (size_t size = entry.size() - from; size >= 7; --size) {
-      const std::string part = entry.substr(from, size);
+      std::string part = entry.substr(from, size);
       if (size < entry.size() && IsAddress(part)) return part;
     }
   return "";
