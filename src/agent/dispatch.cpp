@@ -9,6 +9,7 @@
 #include "checks/countfiles.h"
 #include "checks/filecompare.h"
 #include "checks/filetests.h"
+#include "checks/helperscripts.h"
 #include "checks/infolists.h"
 #include "checks/nettests.h"
 #include "checks/scripttests.h"

@@ -6,6 +6,7 @@
 #include <random>
 #include <vector>
 
+#include "checks/helperscripts.h"
 #include "config/settings.h"
 #include "core/cmdline_expand.h"
 #include "core/cmdline_split.h"
