@@ -8,6 +8,8 @@
 class TConfigLoads {
  public:
   void Ask() { due = true; }
+  // Whether one is still to begin.
+  bool AreDue() const { return state == kFailed || (due && state != kRunning); }
   // Begins the load that is due when none is running; the main loop is woken at its end.  One that cannot be begun
   // or done for lack of a thread or of memory stays due and comes again a second later.
   void Begin();

@@ -10,7 +10,7 @@
 // Prepares the record: the command line and environment for a new start.  Once, before the first session.
 void RememberCommandLine(char** argv, char** envp);
 // Brings the record up to date with the settings in force and the time zone; cheap when nothing has changed.  Main
-// thread, about once a second.
+// thread, whenever it looks at anything.
 void RefreshCrashRecord();
 
 // Shows a message as showmessage would.  Safe in a signal handler.

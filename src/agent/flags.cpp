@@ -27,8 +27,10 @@ void TTAVFlags::Raise(const TTAVFlags& raised) {
 void WakeMainLoop() {
   const int saved = errno;  // a handler must not change what the interrupted code sees
   const uint64_t one = 1;
-  // A full counter means that the main thread is woken already.
-  if (wakeFd >= 0 && write(wakeFd, &one, sizeof one) < 0) errno = saved;
+  ssize_t written = 0;
+  do {
+    written = wakeFd >= 0 ? write(wakeFd, &one, sizeof one) : 0;
+  } while (written < 0 && errno == EINTR);  // a full counter means that the main thread is woken already
   errno = saved;
 }
 

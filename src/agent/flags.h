@@ -6,7 +6,7 @@
 #include "core/clock.h"
 
 // The words a session raises are its own until its reply is on the way; then it adds them to the global object and
-// the main thread acts on them within a second.  So the answer to "QUIT" is not lost with the process that sent it.
+// the main thread acts on them.  So the answer to "QUIT" is not lost with the process that sent it.
 class TTAVFlags {
  public:
   TTAVFlags();

@@ -1,6 +1,7 @@
 #include "agent/listener.h"
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <exception>
@@ -17,6 +18,9 @@ TFd ListenOnce(const String& host, int port, String& error) {
   if (fd <= 0) return TFd();
   // A connection that is gone before it is accepted must not make accept wait.
   (void)fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+  // Its connections inherit it: a peer that has vanished without a word must not hold an upgrade for ever.
+  const int on = 1;
+  (void)setsockopt(fd, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
   return TFd(fd);
 }
 

@@ -1,12 +1,13 @@
 #include "agent/mainloop.h"
 
 #include <errno.h>
+#include <poll.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
-#include <sys/socket.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,65 +21,37 @@
 #include "agent/showmessage.h"
 #include "agent/signals.h"
 #include "agent/upgrade.h"
-#include "config/agent_status.h"
-#include "config/ipfilter.h"
 #include "config/settings.h"
 #include "core/process.h"
-#include "core/trouble.h"
 
 namespace {
 
-constexpr int kTickMs = 1000;
-constexpr int kAcceptPauseMs = 100;  // while descriptors or memory are short and no room can be made
-constexpr int kAcceptsPerTurn = 64;  // then those already here have their turn, before they have to make room
-constexpr int kEventsPerTurn = 256;
-
-// The listener itself is broken; everything else that accept reports concerns one connection that is gone.
-bool IsFatal(int error) {
-  return error == EBADF || error == EINVAL || error == ENOTSOCK || error == EOPNOTSUPP || error == EFAULT;
-}
+constexpr int kAgainMs = 1000;  // until what could not be done, or goes by steps, is looked at again
+constexpr int kQuarterHour = 15 * 60;
 
 }  // namespace
 
 TMainLoop::TMainLoop(TFd listeningSocket, TPidFile& file, char** arguments, char** environment)
     : epoll(epoll_create1(EPOLL_CLOEXEC)),
       wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      listener(std::move(listeningSocket)),
       pidFile(file),
       argv(arguments),
       envp(environment),
       currentPort(SettingsInForce()->port),
-      reception(epoll.Get()) {
-  epoll_event event = {};
-  event.events = EPOLLIN;
-  event.data.ptr = &wake;
-  if (epoll_ctl(epoll.Get(), EPOLL_CTL_ADD, wake.Get(), &event) != 0) startError = errno;
+      startError(epoll.IsOpen() && wake.IsOpen() ? 0 : errno),
+      reception(epoll.Get()),
+      acceptor(epoll.Get(), reception),
+      serving{epoll.Get(), acceptor, reception} {
+  if (startError != 0) return;
   SetWakeFd(wake.Get());
-  WatchListener(true);
-}
-
-// A listener that is not watched, or can't be, is watched again after the pause.
-void TMainLoop::WatchListener(bool watched) {
-  acceptAgainMs = 0;
-  if (!listener.IsOpen()) return;
-  epoll_event event = {};
-  if (watched) event.events = EPOLLIN;
-  event.data.ptr = &listener;
-  const bool done = epoll_ctl(epoll.Get(), EPOLL_CTL_MOD, listener.Get(), &event) == 0 ||
-                    (errno == ENOENT && epoll_ctl(epoll.Get(), EPOLL_CTL_ADD, listener.Get(), &event) == 0);
-  if (!watched || !done) acceptAgainMs = MonotonicMs() + kAcceptPauseMs;
-}
-
-// Closing alone would not do: a child that is just being started still holds the socket, which would stay watched
-// and readable.
-void TMainLoop::CloseListener() {
-  epoll_ctl(epoll.Get(), EPOLL_CTL_DEL, listener.Get(), nullptr);
-  listener.Reset();
+  WhenSettingsChange(WakeMainLoop);
+  acceptor.Open(std::move(listeningSocket));
 }
 
 TExitStatus TMainLoop::Run() {
   for (;;) {
-    for (const TStep step : {&TMainLoop::CheckFlags, &TMainLoop::CheckPort, &TMainLoop::ServeOnce}) {
+    for (const TStep step :
+         {&TMainLoop::CheckFlags, &TMainLoop::CheckPort, &TMainLoop::CheckListener, &TMainLoop::Wait}) {
       const TEnding ending = Spared(step);
       if (ending) return *ending;
     }
@@ -90,53 +63,49 @@ TMainLoop::TEnding TMainLoop::Spared(TStep step) {
   try {
     return (this->*step)();
   } catch (const std::exception&) {
+    leftOut = true;
     return {};
   }
 }
 
-// Waits and works off what has come.
-TMainLoop::TEnding TMainLoop::ServeOnce() {
-  OncePerSecond();
+TMainLoop::TEnding TMainLoop::CheckListener() {
+  if (!served) served = StartServing(serving);
+  if (acceptor.FatalError() == 0) return {};
+  showmessage("Accept fatal error: %s\n\n", kNoPeer, mtFailure, 1, strerror(acceptor.FatalError()));
+  return kExitNotServing;
+}
+
+// Sees to what is due, and waits until something is, or somebody asks.
+TMainLoop::TEnding TMainLoop::Wait() {
+  ReapChildren();
+  RefreshCrashRecord();
   configLoads.Begin();
-  epoll_event events[kEventsPerTurn];
-  const int n = epoll_wait(epoll.Get(), events, kEventsPerTurn, WaitMs());
-  bool connections = false;
-  for (int i = 0; i < n; ++i) {
-    if (events[i].data.ptr == &wake) {
-      uint64_t count;
-      (void)!read(wake.Get(), &count, sizeof count);  // the words tell what it is about
-    } else if (events[i].data.ptr == &listener) {
-      connections = listener.IsOpen();
-    } else {
-      reception.Readable(*static_cast<TReception::TPending*>(events[i].data.ptr));
-    }
-  }
   reception.ExpireSilent();
-  reception.Sweep();
-  return connections ? AcceptAll() : TEnding();
+  pollfd asked = {wake.Get(), POLLIN, 0};
+  if (poll(&asked, 1, WaitMs()) > 0) {
+    uint64_t count;
+    (void)!read(wake.Get(), &count, sizeof count);  // the words tell what it is about
+  }
+  leftOut = false;
+  return {};
 }
 
 int TMainLoop::WaitMs() {
-  const long long now = MonotonicMs();
-  long long wait = reception.MsUntilExpiry(static_cast<int>(std::max(0LL, nextTickMs - now)));
-  if (acceptAgainMs > 0) wait = std::min(wait, std::max(0LL, acceptAgainMs - now));
-  return static_cast<int>(wait);
-}
-
-void TMainLoop::OncePerSecond() {
-  const long long now = MonotonicMs();
-  if (acceptAgainMs > 0 && now >= acceptAgainMs) WatchListener(true);
-  if (now < nextTickMs) return;
-  nextTickMs = now + kTickMs;
-  ReapChildren();
-  (void)pidFile.KeepLocked();  // lost to another instance, it stays lost
-  RefreshCrashRecord();
+  // The crash record holds the local time's distance from UTC, which changes at quarters of an hour.
+  int wait = static_cast<int>(kQuarterHour - time(nullptr) % kQuarterHour) * 1000;
+  const auto atMost = [&wait](int ms) {
+    if (ms >= 0) wait = std::min(wait, ms);
+  };
+  atMost(reception.MsUntilExpiry());
+  atMost(acceptor.Resume());
+  if (leftOut || !served || moving || configLoads.AreDue()) atMost(kAgainMs);
+  return wait;
 }
 
 TMainLoop::TEnding TMainLoop::CheckFlags() {
   if (TakeCrashRestart()) {
     // Another thread may have stopped in the middle of anything: no lock, no memory, no stream.
-    CloseListener();
+    acceptor.CloseIfFree();
     RestartFromRecord();
   }
   if (TakeConfigReload()) configLoads.Ask();
@@ -177,7 +146,7 @@ void TMainLoop::HandOver() {
 
 // Returns only when it failed; the port stays closed then.
 void TMainLoop::Replace(const char* path) {
-  CloseListener();
+  acceptor.Close();
   pidFile.closepidfile();
   fflush(stdout);
   ReplaceProcess(path, argv, envp);
@@ -186,7 +155,8 @@ void TMainLoop::Replace(const char* path) {
 // Moves the listener to a changed port.  Who is connected, or comes to the old port, is served meanwhile.
 TMainLoop::TEnding TMainLoop::CheckPort() {
   const TSettingsPtr settings = SettingsInForce();
-  if (settings->port == currentPort) {
+  moving = settings->port != currentPort;
+  if (!moving) {
     portMove.Forget();
     return {};
   }
@@ -202,10 +172,9 @@ TMainLoop::TEnding TMainLoop::CheckPort() {
     case TPortMove::TState::kOpened:
       break;
   }
-  CloseListener();
-  listener = std::move(fresh);
-  WatchListener(true);
+  acceptor.Open(std::move(fresh));
   currentPort = settings->port;
+  moving = false;
   showmessage("Server port switching .. Ok\n", kNoPeer, mtSuccess, 0);
   return {};
 }
@@ -215,73 +184,15 @@ TMainLoop::TEnding TMainLoop::CheckPort() {
 TMainLoop::TEnding TMainLoop::FallBack(int unusable) {
   if (!TTAVSettings::ReplacePort(unusable, currentPort)) return {};
   portMove.Forget();
-  if (!listener.IsOpen()) {  // after a replacement that failed there is none to return to
+  if (!acceptor.IsOpen()) {  // after a replacement that failed there is none to return to
     String error;
-    listener = Listen(error);
-    if (!listener.IsOpen()) {
+    TFd original = Listen(error);
+    if (!original.IsOpen()) {
       showmessage("Cannot open original port either. Terminating\n", kNoPeer, mtFailure, 0);
       return kExitNotServing;
     }
-    WatchListener(true);
+    acceptor.Open(std::move(original));
   }
   showmessage("Return to original port\n", kNoPeer, mtFailure, 0);
   return {};
-}
-
-TMainLoop::TEnding TMainLoop::AcceptAll() {
-  const int most = std::clamp(reception.Most() / 2, 1, kAcceptsPerTurn);
-  int accepted = 0;
-  bool madeRoom = false;
-  for (int i = 0; i < most; ++i) {
-    sockaddr_in address = {};
-    socklen_t length = sizeof address;
-    TFd socket(
-        accept4(listener.Get(), reinterpret_cast<sockaddr*>(&address), &length, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (socket.IsOpen()) {
-      ++accepted;
-      Admit(std::move(socket), address.sin_addr);
-      continue;
-    }
-    const int error = errno;
-    if (error == EAGAIN || error == EWOULDBLOCK) return {};
-    if (IsFatal(error)) {
-      showmessage("Accept fatal error: %s\n\n", kNoPeer, mtFailure, 1, strerror(error));
-      return kExitNotServing;
-    }
-    if (!OwnTrouble(error)) continue;
-    if (accepted > 0) return {};  // those just taken have their turn before they have to make room
-    if (!Relieve(error, !madeRoom)) return {};
-    madeRoom = true;
-  }
-  return {};
-}
-
-// Descriptors or memory are short.  False when there is no room to be made: the listener has a rest then, or the
-// loop would spin on a connection that it cannot take.
-bool TMainLoop::Relieve(int error, bool mayMakeRoom) {
-  const bool room = mayMakeRoom && reception.MakeRoom();
-  Complain(error);
-  if (!room) WatchListener(false);
-  return room;
-}
-
-void TMainLoop::Admit(TFd socket, in_addr peer) {
-  const TSettingsPtr settings = SettingsInForce();
-  if (settings->filteractive && !PassesFilter(peer, settings->activefilter)) {
-    AgentStatus.FailedConnections.fetch_add(1);
-    showmessage("TCP connection rejected\n", peer, mtFailure, 0);
-    shutdown(socket.Get(), SHUT_RDWR);
-    return;
-  }
-  showmessage("TCP connection accepted\n", peer, mtSuccess, 0);
-  const int on = 1;  // a peer that has vanished without a word must not hold an upgrade for ever
-  setsockopt(socket.Get(), SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
-  reception.Admit(std::move(socket), peer);
-}
-
-void TMainLoop::Complain(int error) {
-  const long long now = MonotonicSeconds();
-  if (now == lastComplaintS) return;
-  lastComplaintS = now;
-  showmessage("Cannot accept connections now, error %d\n", kNoPeer, mtFailure, 1, error);
 }

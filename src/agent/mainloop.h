@@ -1,12 +1,15 @@
-// The accept loop, and all that other threads and handlers ask of the main thread.
+// What other threads and handlers ask of the main thread, which serves nobody itself (agent/workers.h).  It sleeps
+// until it is asked, or something falls due: an idle agent does not wake.
 #pragma once
 
 #include <optional>
 
+#include "agent/acceptor.h"
 #include "agent/configloads.h"
 #include "agent/pidfile.h"
 #include "agent/portmove.h"
 #include "agent/reception.h"
+#include "agent/workers.h"
 #include "core/closers.h"
 #include "core/exitstatus.h"
 
@@ -27,32 +30,27 @@ class TMainLoop {
   TEnding Spared(TStep step);
   TEnding CheckFlags();
   TEnding CheckPort();
-  TEnding ServeOnce();
+  TEnding CheckListener();
+  TEnding Wait();
   void Reload();
   void HandOver();
   void Replace(const char* path);
   TEnding FallBack(int unusable);
-  void WatchListener(bool watched);
-  void CloseListener();
-  TEnding AcceptAll();
-  bool Relieve(int error, bool mayMakeRoom);
-  void Admit(TFd socket, in_addr peer);
-  void Complain(int error);
-  void OncePerSecond();
   int WaitMs();
 
   TFd epoll;
   TFd wake;
-  TFd listener;
   TPidFile& pidFile;
   char** argv;
   char** envp;
   int currentPort;
-  int startError = 0;  // 0: the wake descriptor is watched
+  int startError = 0;
   TConfigLoads configLoads;
   TPortMove portMove;
   TReception reception;
-  long long acceptAgainMs = 0;   // 0: the listener is watched
-  long long lastComplaintS = 0;  // when the log last told of a lack of descriptors
-  long long nextTickMs = 0;
+  TAcceptor acceptor;
+  TServing serving;
+  bool served = false;   // the first thread that serves has been started
+  bool leftOut = false;  // a step of this turn, which is to come again
+  bool moving = false;   // the listener, to another port
 };

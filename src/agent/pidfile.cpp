@@ -19,11 +19,13 @@ constexpr size_t kLongestPath = 4096;
 char heldPath[kLongestPath];
 std::atomic<int> heldFile{-1};
 
-bool Lock(int fd) {
+// A lock of the open file, which stays whatever other descriptors of the file a session closes.  It and a lock of
+// the plain kind, which other programs may use, exclude each other.
+bool SetLock(int fd, short type) {
   struct flock lock = {};
-  lock.l_type = F_WRLCK;
+  lock.l_type = type;
   lock.l_whence = SEEK_SET;
-  return fcntl(fd, F_SETLK, &lock) == 0;
+  return fcntl(fd, F_OFD_SETLK, &lock) == 0;
 }
 
 bool IsAt(const char* path, int fd) {
@@ -50,7 +52,7 @@ void TPidFile::createpidfile(const String& path) {
     showmessage("Failed to create pid file %s\n", kNoPeer, mtFailure, 1, path.CStr());
     return;
   }
-  if (!KeepLocked()) {
+  if (!SetLock(file.Get(), F_WRLCK)) {
     showmessage("Failed to lock pid file %s\n", kNoPeer, mtFailure, 1, path.CStr());
     file.Reset();
     return;
@@ -62,10 +64,6 @@ void TPidFile::createpidfile(const String& path) {
   showmessage("Failed to create pid file %s\n", kNoPeer, mtFailure, 1, path.CStr());
 }
 
-bool TPidFile::KeepLocked() {
-  return !file.IsOpen() || Lock(file.Get());
-}
-
 void TPidFile::closepidfile() {
   RemovePidFile();
   heldFile = -1;
@@ -74,5 +72,7 @@ void TPidFile::closepidfile() {
 
 void RemovePidFile() {
   const int fd = heldFile;
-  if (fd >= 0 && Lock(fd) && IsAt(heldPath, fd)) (void)unlink(heldPath);
+  if (fd < 0) return;
+  if (SetLock(fd, F_WRLCK) && IsAt(heldPath, fd)) (void)unlink(heldPath);
+  (void)SetLock(fd, F_UNLCK);  // a child that is just being started still has the open file
 }

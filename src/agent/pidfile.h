@@ -10,9 +10,6 @@ class TPidFile {
   // Opens and locks the file and writes the process id.  Shows why when it cannot; the agent goes on without one.
   // The file of an instance that still runs is left as it is.
   void createpidfile(const String& wanted);
-  // Takes the lock, again if need be: the process loses it when any session closes a descriptor of that file, a
-  // checksum of it for one.  False when another process has it.
-  bool KeepLocked();
   // Deletes it as RemovePidFile() does, and closes it.
   void closepidfile();
 

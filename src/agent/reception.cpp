@@ -1,6 +1,7 @@
 #include "agent/reception.h"
 
 #include <errno.h>
+#include <limits.h>
 #include <sys/epoll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -12,7 +13,6 @@
 #include "agent/chunks.h"
 #include "agent/flags.h"
 #include "agent/showmessage.h"
-#include "agent/workers.h"
 #include "config/settings.h"
 #include "core/treewalk.h"
 #include "protocol/bvrequest.h"
@@ -48,126 +48,189 @@ long long MissingBytes(const TPacketHead& head) {
 TReception::TReception(int epollDescriptor)
     : epoll(epollDescriptor), mostAtOnce(MostAtOnce()), buffer(new char[kBuffer]) {}
 
-void TReception::Admit(TFd socket, in_addr peer) {
-  if (waiting.size() >= mostAtOnce) End(waiting.front());
-  waiting.emplace_back();
-  BeginSession();
-  TPending& pending = waiting.back();
-  pending.self = std::prev(waiting.end());
+bool TReception::Admit(TFd socket, in_addr peer, TConnection& whole) {
+  const TPasswordKeysPtr keys = PasswordInForce();
+  TRecords fresh(1), over;
+  TPending& pending = fresh.front();
   pending.socket = std::move(socket);
   pending.peer = peer;
   pending.lastData = MonotonicSeconds();
-
-  epoll_event event = {};
-  event.events = EPOLLIN;
-  event.data.ptr = &pending;
-  if (epoll_ctl(epoll, EPOLL_CTL_ADD, pending.socket.Get(), &event) != 0) End(pending);
-}
-
-void TReception::Readable(TPending& pending) {
-  if (!pending.socket.IsOpen()) return;  // left while this event was waiting its turn
-  try {
-    Receive(pending);
-  } catch (const std::exception&) {
-    if (pending.socket.IsOpen()) End(pending);
+  BeginSession();
+  bool tell = false;
+  {
+    TLock lock(mutex);
+    if (Receive(pending, *keys, over) != TOutcome::kMore || !Keep(fresh, over)) {
+      if (!fresh.empty()) Leave(pending, fresh, over);
+    } else {
+      tell = !std::exchange(expiryKnown, true);
+    }
   }
+  if (tell) WakeMainLoop();
+  return Settle(over, *keys, whole);
 }
 
-void TReception::Receive(TPending& pending) {
+bool TReception::Readable(uint64_t number, TConnection& whole) {
+  TPasswordKeysPtr keys;
+  try {
+    keys = PasswordInForce();
+  } catch (const std::exception&) {  // goes on below, or the connection would never be looked at again
+  }
+  TRecords over;
+  {
+    TLock lock(mutex);
+    TPending* const pending = Find(number);
+    if (pending == nullptr) return false;  // left while this event was under way
+    const bool more = keys != nullptr && Receive(*pending, *keys, over) == TOutcome::kMore;
+    if (!more || !Watch(EPOLL_CTL_MOD, *pending)) Leave(*pending, waiting, over);
+  }
+  if (keys != nullptr) return Settle(over, *keys, whole);
+  for (TPending& pending : over) EndSession(pending.socket);
+  return false;
+}
+
+// Receives what there is, as far as one turn goes.
+TReception::TOutcome TReception::Receive(TPending& pending, const TPasswordKeys& keys, TRecords& over) try {
   for (int reads = 0; reads < kReadsPerTurn; ++reads) {
     const int size = NextReadSize(MissingBytes(pending.head), kBuffer);
     const ssize_t n = recv(pending.socket.Get(), buffer.get(), static_cast<size_t>(size), 0);
     if (n < 0 && errno == EINTR) continue;
-    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return;
-    if (n <= 0) return End(pending);
-    if (!Take(pending, static_cast<int>(n))) return;
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return TOutcome::kMore;
+    if (n <= 0) return TOutcome::kOver;
+    Take(pending, static_cast<int>(n), keys);
+    if (pending.whole) return TOutcome::kWhole;
+    if (held > kMostHeld && !LetAHolderGo(pending, over)) return TOutcome::kOver;
   }
+  return TOutcome::kMore;
+} catch (const std::exception&) {
+  return TOutcome::kOver;
 }
 
-// Adds n received bytes; false when the session has left the reception.
-bool TReception::Take(TPending& pending, int n) {
+// Adds n received bytes.  Keeps those of a packet that can still be good; until the head is complete it holds all
+// there is.
+void TReception::Take(TPending& pending, int n, const TPasswordKeys& keys) {
   pending.lastData = MonotonicSeconds();
-  waiting.splice(waiting.end(), waiting, pending.self);
-  pending.head.Feed(buffer.get(), n);
-  Judge(pending, n);
-  if (pending.head.Whole()) {
-    Complete(pending);
-    return false;
-  }
-  if (held <= kMostHeld) return true;
-  // Too much is held.  Who holds something and has been silent longest goes, perhaps this one.
-  const auto holder =
-      std::find_if(waiting.begin(), waiting.end(), [](const TPending& p) { return p.packet.Length() > 0; });
-  const bool self = &*holder == &pending;
-  End(*holder);
-  return !self;
-}
-
-// Keeps the bytes of a packet that can still be good.  Until the head is complete it holds all there is.
-void TReception::Judge(TPending& pending, int n) {
+  if (pending.serial != 0) waiting.splice(waiting.end(), waiting, pending.self);
+  TPacketHead& head = pending.head;
+  head.Feed(buffer.get(), n);
+  pending.whole = head.Whole();
   if (pending.hopeless) return;
-  const TPacketHead& head = pending.head;
-  if (head.Hopeless(*PasswordInForce()) || head.Declared() > kMaxPacket) {
+  if (head.Hopeless(keys) || head.Declared() > kMaxPacket) {
     pending.hopeless = true;
     pending.packet = String();
-  } else if (head.Received() >= TPacketHead::kKept || head.Whole()) {
+  } else if (head.Received() >= TPacketHead::kKept || pending.whole) {
     if (pending.packet.Length() == 0) pending.packet.AddData(head.Kept(), static_cast<int>(head.Received() - n));
     pending.packet.AddData(buffer.get(), n);
   }
-  Count(pending);
-}
-
-void TReception::Count(TPending& pending) {
   held += pending.packet.Length() - pending.counted;
   pending.counted = pending.packet.Length();
 }
 
-void TReception::Complete(TPending& pending) {
-  if (pending.hopeless) {
-    (void)pending.head.CheckFrame(pending.peer, *PasswordInForce());  // for its diagnostic lines
-    showmessage("<-- Invalid BV request received\n", pending.peer, mtInfo, 0);
-    return End(pending);
-  }
-  auto connection = std::make_unique<TConnection>();
-  connection->peer = pending.peer;
-  connection->packet = std::move(pending.packet);
-  connection->socket = Remove(pending);
-  if (!RunSession(connection)) EndSession(connection->socket);
+// Too much is held: who holds something and has been silent longest goes.  False when that is `but`, who has just
+// talked.
+bool TReception::LetAHolderGo(const TPending& but, TRecords& over) {
+  const auto holder =
+      std::find_if(waiting.begin(), waiting.end(), [](const TPending& p) { return p.packet.Length() > 0; });
+  if (holder == waiting.end() || &*holder == &but) return false;
+  Leave(*holder, waiting, over);
+  return true;
 }
 
-void TReception::End(TPending& pending) {
-  TFd socket = Remove(pending);
-  EndSession(socket);
+// Has the one record of `fresh` wait for more.  False when that can't be; it is over, or still in `fresh`.
+bool TReception::Keep(TRecords& fresh, TRecords& over) try {
+  if (waiting.size() >= mostAtOnce) Leave(waiting.front(), waiting, over);
+  TPending& pending = fresh.front();
+  const size_t fd = static_cast<size_t>(pending.socket.Get());
+  if (watched.size() <= fd) watched.resize(fd + 1);
+  watched[fd] = &pending;
+  if (++lastSerial == 0) ++lastSerial;
+  pending.serial = lastSerial;
+  pending.self = fresh.begin();
+  waiting.splice(waiting.end(), fresh);
+  if (Watch(EPOLL_CTL_ADD, pending)) return true;
+  Leave(pending, waiting, over);
+  return false;
+} catch (const std::exception&) {
+  return false;
 }
 
-TFd TReception::Remove(TPending& pending) {
-  // Closing alone would not do: a child that is just being started still holds the socket, and events would go on
-  // to name a record that is gone.
+bool TReception::Watch(int operation, const TPending& pending) {
+  epoll_event event = {};
+  event.events = EPOLLIN | EPOLLONESHOT;
+  event.data.u64 = uint64_t{pending.serial} << 32 | static_cast<unsigned>(pending.socket.Get());
+  return epoll_ctl(epoll, operation, pending.socket.Get(), &event) == 0;
+}
+
+TReception::TPending* TReception::Find(uint64_t number) {
+  const size_t fd = number & UINT32_MAX;
+  TPending* const pending = fd < watched.size() ? watched[fd] : nullptr;
+  return pending != nullptr && pending->serial == number >> 32 ? pending : nullptr;
+}
+
+// The record goes over to those that Settle() is to deal with, without the lock.
+void TReception::Leave(TPending& pending, TRecords& from, TRecords& over) {
+  held -= pending.counted;
+  if (pending.serial == 0) return over.splice(over.end(), from);
+  watched[static_cast<size_t>(pending.socket.Get())] = nullptr;
+  // Closing alone would not do: a child that is just being started still holds the socket, which would stay
+  // watched.
   for (int tries = 0; tries < 2; ++tries) {
     if (epoll_ctl(epoll, EPOLL_CTL_DEL, pending.socket.Get(), nullptr) == 0 || errno == ENOENT) break;
   }
-  pending.packet = String();  // at once: it no longer counts as held
-  Count(pending);
-  gone.splice(gone.end(), waiting, pending.self);
-  return std::move(pending.socket);
+  over.splice(over.end(), from, pending.self);
+}
+
+// Ends the sessions of those that have left, but the one whose packet is whole and may be good.
+bool TReception::Settle(TRecords& over, const TPasswordKeys& keys, TConnection& whole) {
+  bool serve = false;
+  for (TPending& pending : over) {
+    if (pending.whole && !pending.hopeless) {
+      serve = true;
+      whole.socket = std::move(pending.socket);
+      whole.peer = pending.peer;
+      whole.packet = std::move(pending.packet);
+      continue;
+    }
+    if (pending.whole) {
+      (void)pending.head.CheckFrame(pending.peer, keys);  // for its diagnostic lines
+      showmessage("<-- Invalid BV request received\n", pending.peer, mtInfo, 0);
+    }
+    EndSession(pending.socket);
+  }
+  return serve;
 }
 
 void TReception::ExpireSilent() {
   const int timeout = SettingsInForce()->timeout;
   if (timeout <= 0) return;
   const long long now = MonotonicSeconds();
-  while (!waiting.empty() && waiting.front().lastData + timeout / 1000 < now) End(waiting.front());
+  TRecords over;
+  {
+    TLock lock(mutex);
+    while (!waiting.empty() && waiting.front().lastData + timeout / 1000 < now) {
+      Leave(waiting.front(), waiting, over);
+    }
+  }
+  for (TPending& pending : over) EndSession(pending.socket);
 }
 
-int TReception::MsUntilExpiry(int most) const {
+int TReception::MsUntilExpiry() {
   const int timeout = SettingsInForce()->timeout;
-  if (timeout <= 0 || waiting.empty()) return most;
+  TLock lock(mutex);
+  expiryKnown = !waiting.empty();
+  if (timeout <= 0 || waiting.empty()) return -1;
   const long long left = (waiting.front().lastData + timeout / 1000 + 1) * 1000 - MonotonicMs();
-  return static_cast<int>(std::clamp<long long>(left, 0, most));
+  return static_cast<int>(std::clamp<long long>(left, 0, INT_MAX));
 }
 
 bool TReception::MakeRoom() {
-  if (waiting.empty()) return false;
-  for (size_t n = waiting.size() / kRoomShare + 1; n > 0 && !waiting.empty(); --n) End(waiting.front());
+  TRecords over;
+  {
+    TLock lock(mutex);
+    if (waiting.empty()) return false;
+    for (size_t n = waiting.size() / kRoomShare + 1; n > 0 && !waiting.empty(); --n) {
+      Leave(waiting.front(), waiting, over);
+    }
+  }
+  for (TPending& pending : over) EndSession(pending.socket);
   return true;
 }

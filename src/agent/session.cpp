@@ -1,5 +1,7 @@
 #include "agent/session.h"
 
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <memory>
@@ -31,9 +33,17 @@ bool SendAll(int fd, const String& packet) {
   return length == 0 || SendWithin(fd, packet.Data(), length, TDeadline::OfSilence(kSendStallMs), false) == length;
 }
 
-// Closing a connection with unread bytes resets it, and the reset can overtake the reply.  So the peer is told that
-// nothing more comes, and what it still sends is taken for a moment.
+// Whether the peer has sent more than was read, or may, because part of the reply still waits for room there.
+bool MoreToCome(int fd) {
+  int unread = 0, unsent = 0;
+  if (ioctl(fd, SIOCINQ, &unread) != 0 || ioctl(fd, SIOCOUTQNSD, &unsent) != 0) return true;
+  return unread > 0 || unsent > 0;
+}
+
+// Closing a connection with unread bytes resets it, and the reset can overtake the reply.  So where there may be
+// some the peer is told that nothing more comes, and what it still sends is taken for a moment.
 void Drain(int fd) {
+  if (!MoreToCome(fd)) return;
   if (shutdown(fd, SHUT_WR) != 0) return;
   char scrap[4 * kChunk];
   const TDeadline deadline(kDrainMs);
@@ -103,8 +113,7 @@ void BeginSession() {
 
 void EndSession(TFd& socket) {
   showmessage("Session closed, wait for next ..\n", kNoPeer, mtInfo, 0);
-  (void)shutdown(socket.Get(), SHUT_RDWR);  // the peer may have gone first
-  socket.Reset();
+  socket.Reset();  // the peer sees it: a child that is being started lets go of its copies first of all
   AgentStatus.ActiveConnections.fetch_sub(1);
 }
 

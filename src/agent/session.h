@@ -1,7 +1,7 @@
 // One connection's request, from the whole packet to the reply.
 //
-// A connection is received by the main thread (agent/reception.h) until its packet is whole, then a session serves
-// it on a thread of its own: however slow or silent a peer is, only a request that can be answered costs a thread.
+// A connection is received (agent/reception.h) until its packet is whole, then a session has a thread to itself:
+// however slow or silent a peer is, only a request that can be answered costs a thread.
 #pragma once
 
 #include <netinet/in.h>

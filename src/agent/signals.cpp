@@ -24,7 +24,7 @@ std::atomic<int> restarting{0};
 void Catch(int signal, void (*handler)(int)) {
   struct sigaction action = {};
   action.sa_handler = handler;
-  action.sa_flags = SA_RESTART;
+  action.sa_flags = SA_RESTART | SA_NOCLDSTOP;
   sigaction(signal, &action, nullptr);
 }
 
@@ -64,7 +64,7 @@ void reloadapp(int, siginfo_t* info, void*) {
 
 void InstallQuietHandlers() {
   for (const int quiet : {SIGPIPE, SIGXFSZ}) Catch(quiet, [](int) {});
-  signal(SIGCHLD, SIG_DFL);
+  Catch(SIGCHLD, [](int) { WakeMainLoop(); });
 }
 
 void InstallReloadHandler() {

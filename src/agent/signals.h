@@ -5,7 +5,7 @@
 #pragma once
 
 // SIGPIPE and SIGXFSZ do nothing: the write fails, as it does on a full disk.  SIGCHLD, which may be inherited as
-// ignored, tells again how children end.  First of all.
+// ignored, has the main thread look for children that nobody waits for.  First of all.
 void InstallQuietHandlers();
 // SIGHUP asks for the configuration to be read again.  Daemon mode only; otherwise it keeps its default action.
 void InstallReloadHandler();

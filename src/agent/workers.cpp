@@ -1,70 +1,119 @@
 #include "agent/workers.h"
 
+#include <errno.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/epoll.h>
 #include <time.h>
 
 #include <exception>
 #include <initializer_list>
-#include <utility>
 
+#include "agent/session.h"
+#include "core/clock.h"
 #include "core/mutex.h"
 
 namespace {
 
 constexpr size_t kStackBytes = 512 * 1024;  // name lookups are the deepest thing that runs here
-constexpr int kIdleSeconds = 10;            // an idle thread ends after this
+constexpr int kIdleSeconds = 10;            // a spare thread ends after this
+constexpr int kMostWaiting = 3;             // more are spare
+constexpr long long kPauseUs = 100 * 1000;
 
-// A waiting thread.  It lives on that thread's stack and is linked while it waits.
-struct TIdleWorker {
-  TIdleWorker() {
+// A spare thread.  It lives on that thread's stack and is linked while it is spare.
+struct TSpare {
+  TSpare() {
     pthread_condattr_t attributes;
     pthread_condattr_init(&attributes);
     pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
     pthread_cond_init(&wake, &attributes);
     pthread_condattr_destroy(&attributes);
   }
-  ~TIdleWorker() { pthread_cond_destroy(&wake); }
-  TIdleWorker(const TIdleWorker&) = delete;
-  TIdleWorker& operator=(const TIdleWorker&) = delete;
+  ~TSpare() { pthread_cond_destroy(&wake); }
+  TSpare(const TSpare&) = delete;
+  TSpare& operator=(const TSpare&) = delete;
 
   pthread_cond_t wake;
-  std::unique_ptr<TConnection> work;
-  TIdleWorker* next = nullptr;
+  bool called = false;
+  TSpare* next = nullptr;
 };
 
-TMutex workersMutex;  // held to link and unlink, never over a session
-// The last to become idle is the first to work again: its stack is warm, and the others get to end.
-TIdleWorker* idle GUARDED_BY(workersMutex) = nullptr;
+TMutex workersMutex;                       // held to count and to link, never over a session
+int waiting GUARDED_BY(workersMutex) = 0;  // threads that wait for events, or are on their way there
+// The last to become spare is the first to be called: its stack is warm, and the others get to end.
+TSpare* spares GUARDED_BY(workersMutex) = nullptr;
 
-void Unlink(TIdleWorker& worker) REQUIRES(workersMutex) {
-  for (TIdleWorker** link = &idle; *link != nullptr; link = &(*link)->next) {
-    if (*link != &worker) continue;
-    *link = worker.next;
+void* WorkerMain(void* argument);
+
+void Unlink(TSpare& spare) REQUIRES(workersMutex) {
+  for (TSpare** link = &spares; *link != nullptr; link = &(*link)->next) {
+    if (*link != &spare) continue;
+    *link = spare.next;
     return;
   }
 }
 
-// Waits for the next connection; false when none came in time.
-bool AwaitWork(TIdleWorker& worker) {
+// Takes the calling thread out of those that wait, and sees to it that there is another.  False when none can be
+// had: then this one must go on waiting.
+bool LeaveOneWaiting(TServing& serving) {
+  {
+    TLock lock(workersMutex);
+    if (waiting > 1) {
+      --waiting;
+      return true;
+    }
+    if (spares != nullptr) {
+      TSpare* const spare = spares;
+      spares = spare->next;
+      spare->called = true;
+      pthread_cond_signal(&spare->wake);
+      return true;
+    }
+  }
+  return StartThread(WorkerMain, &serving);
+}
+
+// Comes back to wait for events: at once when few do, else when it is called.  False when that was not in time, and
+// the thread may end.
+bool WaitAgain(TSpare& spare) {
   timespec deadline;
   clock_gettime(CLOCK_MONOTONIC, &deadline);
   deadline.tv_sec += kIdleSeconds;
 
   TLock lock(workersMutex);
-  worker.next = idle;
-  idle = &worker;
-  while (worker.work == nullptr) {
-    if (pthread_cond_timedwait(&worker.wake, workersMutex.Native(), &deadline) == 0) continue;
-    if (worker.work != nullptr) break;
-    Unlink(worker);
+  if (waiting < kMostWaiting) {
+    ++waiting;
+    return true;
+  }
+  spare.called = false;
+  spare.next = spares;
+  spares = &spare;
+  while (!spare.called) {
+    if (pthread_cond_timedwait(&spare.wake, workersMutex.Native(), &deadline) == 0) continue;
+    if (spare.called) break;
+    Unlink(spare);
     return false;
   }
   return true;
 }
 
+// Waits for an event and works it off.  True when that has brought a whole packet.  A lack of memory costs the
+// connection that it is about.
+bool AwaitPacket(TServing& serving, TConnection& whole) {
+  epoll_event event;
+  const int n = epoll_wait(serving.epoll, &event, 1, -1);
+  if (n < 0 && errno != EINTR) SleepUs(kPauseUs);
+  if (n <= 0) return false;
+  try {
+    if (event.data.u64 == TReception::kNoConnection) return serving.acceptor.Accept(whole);
+    return serving.reception.Readable(event.data.u64, whole);
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
 // What a session throws is its own affair, also what it throws at its end.
-void Work(TConnection& connection) {
+void Serve(TConnection& connection) {
   try {
     ClientExecute(connection);
   } catch (const std::exception&) {
@@ -72,23 +121,18 @@ void Work(TConnection& connection) {
 }
 
 void* WorkerMain(void* argument) {
-  TIdleWorker worker;
-  worker.work.reset(static_cast<TConnection*>(argument));
-  do {
-    Work(*worker.work);
-    worker.work.reset();
-  } while (AwaitWork(worker));
-  return nullptr;
-}
-
-bool HandToIdle(std::unique_ptr<TConnection>& connection) {
-  TLock lock(workersMutex);
-  TIdleWorker* worker = idle;
-  if (worker == nullptr) return false;
-  idle = worker->next;
-  worker->work = std::move(connection);
-  pthread_cond_signal(&worker->wake);
-  return true;
+  TServing& serving = *static_cast<TServing*>(argument);
+  TSpare spare;
+  for (;;) {
+    TConnection connection;
+    if (!AwaitPacket(serving, connection)) continue;
+    if (!LeaveOneWaiting(serving)) {
+      EndSession(connection.socket);
+      continue;
+    }
+    Serve(connection);
+    if (!WaitAgain(spare)) return nullptr;
+  }
 }
 
 // Signals are the main thread's; only the faults of a thread itself stay with it.
@@ -116,9 +160,10 @@ bool StartThread(void* (*run)(void*), void* argument) {
   return failed == 0;
 }
 
-bool RunSession(std::unique_ptr<TConnection>& connection) {
-  if (HandToIdle(connection)) return true;
-  if (!StartThread(WorkerMain, connection.get())) return false;
-  (void)connection.release();  // the thread owns it now
-  return true;
+bool StartServing(TServing& serving) {
+  {
+    TLock lock(workersMutex);
+    waiting = 1;  // the thread may already count when this call has returned
+  }
+  return StartThread(WorkerMain, &serving);
 }

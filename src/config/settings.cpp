@@ -1,5 +1,6 @@
 #include "config/settings.h"
 
+#include <atomic>
 #include <memory>
 #include <new>
 #include <type_traits>
@@ -57,6 +58,8 @@ TPublishedPtr& Published() {
   static TPublishedPtr* const published = new TPublishedPtr(Prepare(TTAVSettings(), nullptr));
   return *published;
 }
+
+std::atomic<void (*)()> tellOfChange{[] {}};
 
 // A lone word for a script names a file in the agent's own folder.
 void PrefixScript(String& script, const String& folder) {
@@ -163,6 +166,10 @@ void TTAVSettings::PutRight(String& message) {
   PutTempDirectoryRight(tmpdir);
 }
 
+void WhenSettingsChange(void (*tell)()) {
+  tellOfChange = tell;
+}
+
 TSettingsPtr SettingsInForce() {
   const TPublishedPtr published = std::atomic_load(&Published());
   return TSettingsPtr(published, &published->settings);
@@ -175,6 +182,7 @@ TPasswordKeysPtr PasswordInForce() {
 void PublishSettings() {
   const TPublishedPtr last = std::atomic_load(&Published());
   std::atomic_store(&Published(), Prepare(TAVSettings, last.get()));
+  tellOfChange.load()();
 }
 
 void PublishSettings(TTAVSettings next) {
@@ -183,4 +191,5 @@ void PublishSettings(TTAVSettings next) {
   TPublishedPtr prepared = Prepare(next, last.get());
   TAVSettings = std::move(next);
   std::atomic_store(&Published(), std::move(prepared));
+  tellOfChange.load()();
 }

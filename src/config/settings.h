@@ -108,6 +108,8 @@ extern TTAVSettings TAVSettings GUARDED_BY(optmutex);
 // The published settings.  Never null; hold the pointer for as long as several fields must agree.
 using TSettingsPtr = std::shared_ptr<const TTAVSettings>;
 TSettingsPtr SettingsInForce();
+// From now on `tell` is called after every publication, by whoever publishes, who holds `optmutex`.
+void WhenSettingsChange(void (*tell)());
 // The password keys of the published settings; prepared once per password, by who asks first.  The cipher must be
 // set up by then (protocol/twofish.h).
 using TPasswordKeysPtr = std::shared_ptr<const TPasswordKeys>;

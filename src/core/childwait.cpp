@@ -96,7 +96,8 @@ void TChildWatch::Pause(long long ms) {
 
 void LeaveChild(pid_t pid) {
   TLock lock(leftmutex);
-  left.push_back(pid);
+  int status = 0;
+  if (!TakeEnd(pid, status)) left.push_back(pid);  // its end, from here on, is told by SIGCHLD
 }
 
 void AdoptChildren() {

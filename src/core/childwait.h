@@ -31,10 +31,10 @@ class TChildWatch {
   int status = 0;
 };
 
-// Gives up a running child: ReapLeftChildren() will take its end.
+// Gives up a child: ReapLeftChildren() will take its end, unless it has come.
 void LeaveChild(pid_t pid);
 // Gives up the children that the process already has: its program's predecessor started them.  Before the first
 // child of its own.
 void AdoptChildren();
-// Takes the ends of children left behind; never blocks.
+// Takes the ends of children left behind; never blocks.  To be called after every SIGCHLD.
 void ReapLeftChildren();

@@ -7,7 +7,8 @@
 //   registermutex  the list of files that must not outlive the process          (core/tempregister.cpp)
 //   leftmutex      the children that nobody waits for                           (core/childwait.cpp)
 //   upgrade_mutex  the upgrade in progress and the one that awaits hand-over    (agent/upgrade.cpp)
-//   workersMutex   the list of idle session threads                             (agent/workers.cpp)
+//   workersMutex   how many threads wait for events, and the spare ones         (agent/workers.cpp)
+//   two members    the listener; the connections that are being received        (agent/acceptor.h, reception.h)
 // None is held while another is taken, and none over a name lookup, a child or a socket.
 #pragma once
 

@@ -32,5 +32,5 @@ int SystemEx(const char* cmdline, const char* dir, int timeout, int& exitcode, S
 // 127: no shell), or -1 when no child could be started.
 int RunShell(const char* command);
 
-// Takes the ends of the children that SystemEx left running.  Never blocks; to be called once a second.
+// Takes the ends of the children that SystemEx left running.  Never blocks; to be called after every SIGCHLD.
 void ReapChildren();

@@ -51,8 +51,8 @@ TEST(Connections, SessionsThatHoldAllDescriptorsAreWaitedFor) {
   Agent agent;
   agent.StartsBy("ulimit -n 64; exec %");
   agent.Start("timeout=60000\n");
-  std::vector<Socket> sessions;  // each is drained for two seconds
-  for (; sessions.size() < 100; Sleep(0.002)) sessions.push_back(agent.Send("GetInfo"));
+  std::vector<Socket> sessions;
+  for (; sessions.size() < 100; Sleep(0.002)) sessions.push_back(agent.Send("TEST-ExternalPrg|sleep 3|||0"));
   const auto complaints = [&] { return agent.Count("Cannot accept connections now, error 24\n"); };
   EXPECT_TRUE(WaitFor([&] { return complaints() > 0; }, 3)) << "the shortage was met";
   const double before = CpuSeconds(agent.pid);

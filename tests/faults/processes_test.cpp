@@ -188,6 +188,7 @@ TEST(Processes, AFailedRestartClosesThePortAndLeavesAllElseAsItWas) {
   EXPECT_LT(CpuSeconds(agent.pid) - used, 0.05) << "nothing is accepted without a listener";
   kill(agent.pid, SIGSEGV);
   EXPECT_TRUE(agent.Shows("Segmentation fault!!\n"));
+  EXPECT_EQ(1u, agent.Count("Error: cannot start new instance\n")) << "one request, one attempt";
   waiting.Send(agent.Sealed("QUIT").Bytes());
   EXPECT_EQ("200\nOk", ReadReply(waiting)) << "it stays";
 }
