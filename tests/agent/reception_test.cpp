@@ -103,7 +103,8 @@ TEST_F(Reception, LetsTheLongestSilentGoForANewOne) {
   prlimit(0, RLIMIT_NOFILE, &few, nullptr);
   reception.emplace(epoll.Get());
   prlimit(0, RLIMIT_NOFILE, &wide, nullptr);
-  ASSERT_TRUE(reception->Most() > 2 && reception->Most() <= 32) << reception->Most();
+  ASSERT_TRUE(reception->Most() > 2) << reception->Most();
+  ASSERT_TRUE(reception->Most() <= 32) << reception->Most();
   std::vector<TFd> peers;
   while (static_cast<int>(peers.size()) < reception->Most()) peers.push_back(Admit());
   Send(peers[0], "x");
@@ -119,7 +120,8 @@ TEST_F(Reception, LetsTheLongestSilentGoForANewOne) {
 TEST_F(Reception, LetsTheSilentGoAfterTheTimeOutInWholeSeconds) {
   const TFd peer = Admit();
   const int ms = reception->MsUntilExpiry();
-  EXPECT_TRUE(ms > kTimeoutMs && ms <= kTimeoutMs + 1000) << ms;
+  EXPECT_TRUE(ms > kTimeoutMs) << ms;
+  EXPECT_TRUE(ms <= kTimeoutMs + 1000) << ms;
   usleep(static_cast<useconds_t>(ms - 100) * 1000);
   reception->ExpireSilent();
   EXPECT_TRUE(Open(peer));
@@ -148,7 +150,9 @@ TEST_F(Reception, BoundsWhatUnfinishedPacketsHold) {
   Send(talker, "x");
   for (int i = 0; i < 3; i++) Send(peers.emplace_back(Admit()), part);
   EXPECT_FALSE(Open(peers[0])) << "three are too many";
-  EXPECT_TRUE(Open(peers[1]) && Open(peers[2]) && Open(talker));
+  EXPECT_TRUE(Open(peers[1]));
+  EXPECT_TRUE(Open(peers[2]));
+  EXPECT_TRUE(Open(talker));
 }
 
 }  // namespace

@@ -37,7 +37,8 @@ TEST(FileSearch, ReturnsWhatHasNoBitThatWasNotAskedFor) {
   EXPECT_EQ(unwritable == 0, Found(dir + "r", 62).size() == 1);
   TSearchRec rec;
   EXPECT_EQ(ENOENT, FindFirst((dir + "none/*").c_str(), 63, rec));
-  EXPECT_TRUE(FindFirst((dir + "*.none").c_str(), 63, rec) == -1 && !rec.DirHandle);
+  EXPECT_TRUE(FindFirst((dir + "*.none").c_str(), 63, rec) == -1);
+  EXPECT_TRUE(!rec.DirHandle);
 }
 
 TEST(TreeWalk, GoesOnAboveAFolderThatIsMovedAway) {

@@ -54,12 +54,14 @@ TEST_F(TempFile, PrivateFilesAreNeverWhatWasPlanted) {
   EXPECT_FALSE(OpenPrivateFile(path.c_str()).IsOpen());
   EXPECT_TRUE(CreatePrivateFile(path.c_str(), 0775, O_WRONLY).IsOpen());
   struct stat made;
-  EXPECT_TRUE(lstat(path.c_str(), &made) == 0 && made.st_mode == (S_IFREG | 0775)) << made.st_mode;
+  ASSERT_TRUE(lstat(path.c_str(), &made) == 0) << made.st_mode;
+  EXPECT_TRUE(made.st_mode == (S_IFREG | 0775)) << made.st_mode;
   EXPECT_TRUE(OpenPrivateFile(path.c_str()).IsOpen());
   EXPECT_TRUE(geteuid() != 0 ||
               (chown(path.c_str(), 65534, 65534) == 0 && !OpenPrivateFile(path.c_str()).IsOpen()));
   struct stat spared;
-  EXPECT_TRUE(lstat(victim.c_str(), &spared) == 0 && spared.st_mode == (S_IFREG | 0600)) << "the link was followed";
+  ASSERT_TRUE(lstat(victim.c_str(), &spared) == 0) << "the link was followed";
+  EXPECT_TRUE(spared.st_mode == (S_IFREG | 0600)) << "the link was followed";
 
   // Somebody plants on and on: between the removal and the making, too.
   std::atomic<bool> done{false};
@@ -113,14 +115,16 @@ TEST_F(TempFile, FoldersThatOthersMayWriteGetOneOfOurOwn) {
     EXPECT_EQ(0, plant());
     if (geteuid() != 0 && &plant == &plants[2]) break;  // only root can give a folder away
     const std::string other = used();
-    EXPECT_TRUE(other.size() == own.size() + 7 && other.rfind(own + "-", 0) == 0) << other;
+    EXPECT_TRUE(other.size() == own.size() + 7) << other;
+    EXPECT_TRUE(other.rfind(own + "-", 0) == 0) << other;
     EXPECT_EQ(other, used());
     EXPECT_EQ(0, rmdir(other.c_str()));
   }
   rmdir(own.c_str());
 
   if (geteuid() != 0) return;
-  ASSERT_TRUE(chmod(folder, 0755) == 0 && chown(folder, 65533, 65533) == 0);
+  ASSERT_TRUE(chmod(folder, 0755) == 0);
+  ASSERT_TRUE(chown(folder, 65533, 65533) == 0);
   EXPECT_EQ(own, used()) << "its owner may write";
   rmdir(own.c_str());
   ASSERT_EQ(0, seteuid(65534));
@@ -133,12 +137,15 @@ TEST_F(TempFile, RegisteredOnesDoNotOutliveTheProcess) {
   std::vector<std::string> paths;
   for (int n = 0; n < 40; n++) {
     paths.push_back(In(std::string(static_cast<size_t>(n % 4 * 80), 'x') + std::to_string(n)));
-    EXPECT_TRUE(RegisterTempFile(paths[n].c_str()) && (n == 7 || make(paths[n].c_str()))) << n;
+    EXPECT_TRUE(RegisterTempFile(paths[n].c_str())) << n;
+    EXPECT_TRUE(n == 7 || make(paths[n].c_str())) << n;
     if (n % 3 == 0) ForgetTempFile(paths[n].c_str());
   }
   ASSERT_EQ(0, mkdir(In("kept").c_str(), 0700));
-  ASSERT_TRUE(mkdir(In("gone").c_str(), 0700) == 0 && RegisterTempFolder(In("gone").c_str()));
-  ASSERT_TRUE(RegisterTempFolder(In("kept").c_str()) && RegisterTempFile(In("kept/file").c_str()));
+  ASSERT_TRUE(mkdir(In("gone").c_str(), 0700) == 0);
+  ASSERT_TRUE(RegisterTempFolder(In("gone").c_str()));
+  ASSERT_TRUE(RegisterTempFolder(In("kept").c_str()));
+  ASSERT_TRUE(RegisterTempFile(In("kept/file").c_str()));
   ASSERT_TRUE(make(In("kept/file").c_str()));
   std::thread late([&] { usleep(5000), make(paths[7].c_str()); });  // as a child that has just been started does
   RemoveTempFiles(paths[1].c_str(), In("kept/file").c_str());
@@ -146,7 +153,8 @@ TEST_F(TempFile, RegisteredOnesDoNotOutliveTheProcess) {
   for (int n = 0; n < 40; n++) EXPECT_EQ(n == 1 || n % 3 == 0, unlink(paths[n].c_str()) == 0) << n;
   EXPECT_FALSE(RegisterTempFile(In("late").c_str())) << "the end is near";
   for (const std::string& path : paths) ForgetTempFile(path.c_str());
-  EXPECT_TRUE(unlink(In("kept/file").c_str()) == 0 && rmdir(In("kept").c_str()) == 0);
+  EXPECT_TRUE(unlink(In("kept/file").c_str()) == 0);
+  EXPECT_TRUE(rmdir(In("kept").c_str()) == 0);
   EXPECT_NE(0, rmdir(In("gone").c_str()));
   for (const char* path : {"kept", "gone", "kept/file"}) ForgetTempFile(In(path).c_str());
 

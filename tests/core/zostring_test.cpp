@@ -123,7 +123,8 @@ TEST(StringTest, GrowsAndShrinksWithItsBytesAndZerosBehindThem) {
       expected.resize(size);
     }
     s[s.Length()] = expected.back() = static_cast<char>('a' + i % 26);
-    ASSERT_TRUE(Std(s) == expected && s.CStr()[s.Length()] == 0) << i << ": " << expected.size();
+    ASSERT_TRUE(Std(s) == expected) << i << ": " << expected.size();
+    ASSERT_TRUE(s.CStr()[s.Length()] == 0) << i << ": " << expected.size();
   }
   EXPECT_TRUE(String("a   b  c").RemoveRepeats(' ') == "a b c");
 }
@@ -139,7 +140,10 @@ TEST(TStrListDeathTest, AnIndexOutOfRangeStopsTheProgram) {
 }
 
 TEST(CharacterTest, DecimalTextsAndSearches) {
-  EXPECT_TRUE(isdecimalnum("") && isdecimalnum("1-2") && isdecimalnum("--") && isdecimalnum("1-", 1));
+  EXPECT_TRUE(isdecimalnum(""));
+  EXPECT_TRUE(isdecimalnum("1-2"));
+  EXPECT_TRUE(isdecimalnum("--"));
+  EXPECT_TRUE(isdecimalnum("1-", 1));
   EXPECT_FALSE(isdecimalnum("5x") || isdecimalnum("+5") || isdecimalnum("1-", 2));
   EXPECT_EQ(3, mempos("abcb", 4, "cb", 2));
   EXPECT_EQ(0, mempos("abcb", 4, "", 0));

@@ -16,7 +16,8 @@ TEST(Configuration, AStormOfReloadsShowsNoHalfLoadedState) {
   const std::string rest = "LogOkConn=1\nLogBadConn=0\nOkLogFile=ok\nBadLogFile=log2.txt\nPassword=secret\n";
   const auto expectWhole = [&](const std::string& version) {
     const std::string all = agent.Ask("GetSettings");
-    EXPECT_TRUE(all.find(info + version) != std::string::npos && all.find(rest) != std::string::npos) << all;
+    EXPECT_TRUE(all.find(info + version) != std::string::npos) << all;
+    EXPECT_TRUE(all.find(rest) != std::string::npos) << all;
   };
   const std::function<void(int)> parts[] = {
       [pid = agent.PidInFile()](int) { kill(pid, SIGHUP), Sleep(0.0005); },
@@ -74,7 +75,8 @@ TEST(Configuration, IsWholeWheneverASaveIsKilled) {
   Agent agent("comment=n0.\n");
   const std::string path = agent.At("@/tav.cfg");
   const uid_t owner = geteuid() == 0 ? 1 : geteuid();
-  ASSERT_TRUE(chown(path.c_str(), owner, static_cast<gid_t>(-1)) == 0 && chmod(path.c_str(), 0640) == 0);
+  ASSERT_TRUE(chown(path.c_str(), owner, static_cast<gid_t>(-1)) == 0);
+  ASSERT_TRUE(chmod(path.c_str(), 0640) == 0);
   EXPECT_EQ("200", agent.Ask("SetSettings|Comment=n0."));
   const std::string first = agent.Read("tav.cfg"), head = first.substr(0, first.find("n0."));
   const std::string tail = first.substr(head.size() + 3);
@@ -86,7 +88,8 @@ TEST(Configuration, IsWholeWheneverASaveIsKilled) {
     const auto killer = std::async(std::launch::async, [&] {
       for (const Stopwatch watch; watch.Seconds() < delay;) {
         const std::string now = agent.Read("tav.cfg");
-        EXPECT_TRUE(now.rfind(head, 0) == 0 && now.rfind(tail) == now.size() - tail.size()) << "meanwhile: " << now;
+        EXPECT_TRUE(now.rfind(head, 0) == 0) << "meanwhile: " << now;
+        EXPECT_TRUE(now.rfind(tail) == now.size() - tail.size()) << "meanwhile: " << now;
       }
       kill(agent.pid, SIGKILL);
     });

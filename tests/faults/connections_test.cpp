@@ -152,7 +152,8 @@ TEST(Connections, AStrangersBytesAreDroppedAsTheyCome) {
   EXPECT_EQ(0u, agent.Count("<-- Invalid BV request")) << "his packet is not whole yet";
   packet.packetShift = 0;
   packet.tail = std::string(15000000, 'x');
-  EXPECT_TRUE(other.Send(packet.Bytes()) && other.EndsSilently());
+  EXPECT_TRUE(other.Send(packet.Bytes()));
+  EXPECT_TRUE(other.EndsSilently());
   EXPECT_EQ(1u, agent.Count("<-- Invalid BV request received\n"));
   ExpectServed(agent);
 }
@@ -167,7 +168,8 @@ TEST(Connections, DeclaredLengthsDoNotWrap) {
     whole.Send(packet.Bytes());
     packet.packetShift = 0;
     packet.textShift = length - static_cast<long long>(packet.text.size());
-    EXPECT_TRUE(text.Send(packet.Bytes()) && text.EndsSilently());
+    EXPECT_TRUE(text.Send(packet.Bytes()));
+    EXPECT_TRUE(text.EndsSilently());
     EXPECT_FALSE(agent.Tells("ActiveConnections=1")) << "more is awaited of a packet of " << length;
   }
   EXPECT_EQ(5u, agent.Count("<-- Invalid BV request received\n"));

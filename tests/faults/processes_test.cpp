@@ -212,13 +212,15 @@ TEST(Processes, AFaultUnderALockCostsNoMoreThanARestart) {
   agent.StartsBy("exec % >pipe");
   agent.Write("tav.pid", "1");  // the console is the pipe, and not waited for
   agent.Start("verboselogfile=verbose.log\n", {"-i", "-v"});
-  ASSERT_TRUE(shows("Listening...\n", 1) && MakeOld(agent.pid));
+  ASSERT_TRUE(shows("Listening...\n", 1));
+  ASSERT_TRUE(MakeOld(agent.pid));
   const Socket broken = Connect(agent.port);
   ASSERT_TRUE(shows("TCP connection accepted\n", 1));
 
   while (write(pipe.Descriptor(), "", 1) == 1) continue;  // who speaks now waits, and holds the lock
   broken.Send(agent.Sealed("GetInfo").Bytes());
-  EXPECT_TRUE(WaitUntilTaken(broken) && WaitFor([&] { return SessionThread(agent.pid) != 0; }));
+  EXPECT_TRUE(WaitUntilTaken(broken));
+  EXPECT_TRUE(WaitFor([&] { return SessionThread(agent.pid) != 0; }));
   Sleep(0.3);
   const Socket next = Connect(agent.port);  // of which the main thread speaks
   Sleep(0.3);

@@ -14,10 +14,14 @@ TEST(TcpListen, NeedsAFreeAddressAndNeverHandsOutDescriptorZero) {
   close(0);
   const TFd listener(TcpListen("127.0.0.1", 0, length, error));
   dup2(input.Get(), 0);
-  EXPECT_TRUE(listener.Get() > 0 && (fcntl(listener.Get(), F_GETFD) & FD_CLOEXEC) && length == sizeof(sockaddr_in));
+  EXPECT_TRUE(listener.Get() > 0);
+  EXPECT_TRUE(fcntl(listener.Get(), F_GETFD) & FD_CLOEXEC);
+  EXPECT_TRUE(length == sizeof(sockaddr_in));
   const TPeer other(SOCK_STREAM, nullptr);
-  EXPECT_TRUE(TcpListen(nullptr, other.port, length, error) == 0 && error == "socket() or bind() error");
-  EXPECT_TRUE(TcpListen(nullptr, 65616, length, error) == 0 && error == "Servname not supported for ai_socktype");
+  EXPECT_TRUE(TcpListen(nullptr, other.port, length, error) == 0);
+  EXPECT_TRUE(error == "socket() or bind() error");
+  EXPECT_TRUE(TcpListen(nullptr, 65616, length, error) == 0);
+  EXPECT_TRUE(error == "Servname not supported for ai_socktype");
 }
 
 TEST(Texts, OfTimesAndAddressesHaveTheirForm) {

@@ -15,7 +15,8 @@ TEST(Request, IsDecryptedAndAnsweredUnderItsSessionKey) {
     ASSERT_FALSE(request.WholePacket());
     request.AddData(&c, 1);
   }
-  ASSERT_TRUE(request.WholePacket() && request.ParseInitRequest("secret", {}));
+  ASSERT_TRUE(request.WholePacket());
+  ASSERT_TRUE(request.ParseInitRequest("secret", {}));
   EXPECT_EQ("CMD\nA=1", Std(request.Text()));
   TAVReply reply;
   reply.InitPacket("200", request.WithText("x"));
@@ -23,7 +24,8 @@ TEST(Request, IsDecryptedAndAnsweredUnderItsSessionKey) {
   reply.FinalizePacket();
   EXPECT_EQ(TPacket::Number(12, 4) + PeerEncode("200\n     7\n\r", "a key"), Std(reply.Text()));
   request = String("\x0A\0\0\0\x03\x12\0\0\0\0\0\0\0\0", 14);  // no more than this under an empty password
-  EXPECT_TRUE(request.WholePacket() && request.ParseInitRequest("", {}));
+  EXPECT_TRUE(request.WholePacket());
+  EXPECT_TRUE(request.ParseInitRequest("", {}));
 }
 
 // Rows: a change, whether the packet is still good, whether its head alone is known to be bad, the last line about
