@@ -94,7 +94,12 @@ TFd TAcceptor::TakeOne(sockaddr_in& address, int& error) {
   const int flags = SOCK_CLOEXEC | SOCK_NONBLOCK;
   TFd socket(accept4(listener.Get(), reinterpret_cast<sockaddr*>(&address), &length, flags));
   if (!socket.IsOpen()) error = errno;
-  if (socket.IsOpen() || !(IsFatal(error) || OwnTrouble(error))) Watch();
+  if (OwnTrouble(error)) {
+    againMs = MonotonicMs() + kPauseMs;  // at the latest, whatever Relieve() comes to
+    WakeMainLoop();
+  } else if (!IsFatal(error)) {
+    Watch();
+  }
   return socket;
 }
 
@@ -118,12 +123,11 @@ bool TAcceptor::Accept(TConnection& whole) {
 // Descriptors or memory are short.  Those just taken have their turn before they have to make room; where there is
 // no room to be made the listener has a rest, or the threads would spin on a connection that nobody can take.
 void TAcceptor::Relieve(int error) {
-  const bool goOn = tookSome.exchange(false) || reception.MakeRoom();
+  if (tookSome.exchange(false) || reception.MakeRoom()) {
+    TLock lock(mutex);
+    Watch();
+  }
   Complain(error);
-  TLock lock(mutex);
-  if (goOn) return Watch();
-  againMs = MonotonicMs() + kPauseMs;
-  WakeMainLoop();
 }
 
 bool TAcceptor::Admit(TFd socket, in_addr peer, TConnection& whole) {

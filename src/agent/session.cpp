@@ -112,7 +112,10 @@ void BeginSession() {
 }
 
 void EndSession(TFd& socket) {
-  showmessage("Session closed, wait for next ..\n", kNoPeer, mtInfo, 0);
+  try {
+    showmessage("Session closed, wait for next ..\n", kNoPeer, mtInfo, 0);
+  } catch (const std::exception&) {  // what follows must not depend on a line of a log
+  }
   socket.Reset();  // the peer sees it: a child that is being started lets go of its copies first of all
   AgentStatus.ActiveConnections.fetch_sub(1);
 }
