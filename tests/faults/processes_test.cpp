@@ -42,14 +42,13 @@ bool Break(pid_t pid, pid_t thread) {
   return ptrace(PTRACE_SETSIGINFO, thread, 0, &info) == 0 && ptrace(PTRACE_DETACH, thread, 0, SIGSEGV) == 0;
 }
 
-// The youngest thread but the main one, 0 when there is none.
+// A thread of the agent's, not the first, that is writing; 0 without one.
 pid_t SessionThread(pid_t pid) {
-  pid_t youngest = 0;
-  for (const fs::directory_entry& task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
-    const pid_t thread = atoi(task.path().filename().c_str());
-    if (thread != pid) youngest = std::max(youngest, thread);
+  for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
+    const pid_t thread = std::stoi(task.path().filename());
+    if (thread != pid && atoi(ReadAll(task.path() / "syscall").c_str()) == SYS_write) return thread;
   }
-  return youngest;
+  return 0;
 }
 
 // Cure: each session has its own thread and files, a child's end is noticed at once, and one owner reaps each
@@ -211,19 +210,17 @@ TEST(Processes, AFaultUnderALockCostsNoMoreThanARestart) {
   };
   agent.StartsBy("exec % >pipe");
   agent.Write("tav.pid", "1");  // the console is the pipe, and not waited for
-  agent.Start("verboselogfile=verbose.log\n", {"-i", "-v"});
+  agent.Start("timeout=2000\nverboselogfile=verbose.log\n", {"-i", "-v"});
   ASSERT_TRUE(shows("Listening...\n", 1));
   ASSERT_TRUE(MakeOld(agent.pid));
-  const Socket broken = Connect(agent.port);
-  ASSERT_TRUE(shows("TCP connection accepted\n", 1));
+  const Socket silent = Connect(agent.port), broken = Connect(agent.port);
+  ASSERT_TRUE(shows("TCP connection accepted\n", 2));
 
   while (write(pipe.Descriptor(), "", 1) == 1) continue;  // who speaks now waits, and holds the lock
   broken.Send(agent.Sealed("GetInfo").Bytes());
   EXPECT_TRUE(WaitUntilTaken(broken));
   EXPECT_TRUE(WaitFor([&] { return SessionThread(agent.pid) != 0; }));
-  Sleep(0.3);
-  const Socket next = Connect(agent.port);  // of which the main thread speaks
-  Sleep(0.3);
+  Sleep(3.5);  // the main thread lets the silent one go, and speaks of it
   if (!Break(agent.pid, SessionThread(agent.pid))) GTEST_SKIP() << "no process can be traced here";
   ASSERT_TRUE(shows("Listening...\n", 2));
   ExpectServed(agent);
