@@ -23,13 +23,6 @@ bool IsFatal(int error) {
   return error == EBADF || error == EINVAL || error == ENOTSOCK || error == EOPNOTSUPP || error == EFAULT;
 }
 
-epoll_event ListenerEvent() {
-  epoll_event event = {};
-  event.events = EPOLLIN | EPOLLONESHOT;
-  event.data.u64 = TReception::kNoConnection;
-  return event;
-}
-
 }  // namespace
 
 // --- the listener ---
@@ -45,7 +38,9 @@ void TAcceptor::Open(TFd fresh) {
 void TAcceptor::Watch() {
   againMs = 0;
   if (!listener.IsOpen()) return;
-  epoll_event event = ListenerEvent();
+  epoll_event event = {};
+  event.events = EPOLLIN | EPOLLONESHOT;
+  event.data.u64 = TReception::kNoConnection;
   const bool done = epoll_ctl(epoll, EPOLL_CTL_MOD, listener.Get(), &event) == 0 ||
                     (errno == ENOENT && epoll_ctl(epoll, EPOLL_CTL_ADD, listener.Get(), &event) == 0);
   if (done) return;
